@@ -186,7 +186,8 @@ VEK_API uint32_t VEK_image_destroy(uint32_t handle) {
       LibraryLock lock;
       for (uint32_t h = 1; h <= kMaxHandles + 1; ++h) destroy_one(h);
     }
-    family::destroy_all_objects();
+    family::destroy_all_process_objects();
+    family::destroy_all_luts();
     free_shared_tables();
     return VEK_OK;
   }

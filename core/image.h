@@ -163,20 +163,28 @@ uint32_t run_strip(StripSequence& seq, uint32_t mode, ImageRecord& input, Setup&
 }
 
 // ---- hooks into later families -------------------------------------------
-// Core calls these at start-up, destruction and copying; each family fills in its
-// part in core/families.cpp so the core never depends on a family's internals.
+// The core and the file dispatch call these at start-up, destruction, copying and
+// file I/O. Each family owns one file of definitions (core/hooks_<family>.cpp) and
+// points them at its exported functions, so no family depends on another's internals.
 namespace family {
+// core/hooks_sequence.cpp
 void init_sequence_files();     // MJPEG, MRAW and stream handle tables
-void init_jpeg_tables();        // process-wide Huffman code and decode tables
-void destroy_all_objects();     // chroma-key objects, intensity tables, display objects
+// core/hooks_process.cpp
+void destroy_all_process_objects();  // chroma-key and display objects
+// core/hooks_convert.cpp
+void destroy_all_luts();        // intensity look-up tables
 void free_shared_tables();      // on-demand conversion tables
 void destroy_cmap_info(uint32_t handle);
+void cmap_copy(uint32_t source, uint32_t destination);
+// core/hooks_jpeg.cpp
+void init_jpeg_tables();        // process-wide Huffman code and decode tables
 uint32_t jpeg_free_data(uint32_t handle);
 uint32_t jpeg_destroy(uint32_t handle);
 uint32_t jpeg_copy_parameters(uint32_t source, uint32_t destination);
 uint32_t jpeg_build_image(uint32_t source, uint32_t destination, uint32_t mode);
 uint32_t jpeg_set_quality(uint32_t handle, uint32_t factor);
-void cmap_copy(uint32_t source, uint32_t destination);
+uint32_t jpeg_file_read(uint32_t handle);
+uint32_t jpeg_file_write(uint32_t handle);
 }  // namespace family
 
 }  // namespace vek

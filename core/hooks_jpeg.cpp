@@ -1,26 +1,11 @@
-// The points where the core hands over to later families: start-up, destruction,
-// parameter copies. Each family replaces its stub here when it is built.
+// The JPEG family's part in start-up, destruction, copies and the file dispatch.
 #include <cstdlib>
-#include <cstring>
 
 #include "core/image.h"
 
 namespace vek::family {
 
-void init_sequence_files() {}
-
 void init_jpeg_tables() {}
-
-void destroy_all_objects() {}
-
-void free_shared_tables() {}
-
-void destroy_cmap_info(uint32_t handle) {
-  ImageRecord* rec = lookup(handle);
-  if (!rec) return;
-  std::free(rec->cmap_info);
-  rec->cmap_info = nullptr;
-}
 
 uint32_t jpeg_free_data(uint32_t handle) {
   ImageRecord* rec = lookup(handle);
@@ -60,19 +45,21 @@ uint32_t jpeg_build_image(uint32_t, uint32_t, uint32_t) {
 }
 
 uint32_t jpeg_set_quality(uint32_t handle, uint32_t factor) {
+  static const char kName[] = "VEK_JPEG_set_Quality_factor";
   ImageRecord* rec = lookup(handle);
-  if (!rec || !rec->jpeg) return report("VEK_JPEG_set_Quality_factor", VEK_ERROR_BAD_HANDLE, "Not a JPEG image");
+  if (!rec || !rec->jpeg) return report(kName, VEK_ERROR_BAD_HANDLE, "Not a JPEG image");
   const uint32_t f = factor & 0xFFFFu;
-  if (f < 1 || f > 400) return report("VEK_JPEG_set_Quality_factor", VEK_ERROR_BAD_PARAMETER, "Q factor of range");
+  if (f < 1 || f > 400) return report(kName, VEK_ERROR_BAD_PARAMETER, "Q factor of range");
   rec->jpeg->quality_factor = f;
   return VEK_OK;
 }
 
-void cmap_copy(uint32_t source, uint32_t destination) {
-  const ImageRecord* src = lookup(source);
-  ImageRecord* dst = lookup(destination);
-  if (src && dst && src->cmap && dst->cmap && src->cmap != dst->cmap)
-    std::memcpy(dst->cmap, src->cmap, kCmapEntries * sizeof(CmapEntry));
+uint32_t jpeg_file_read(uint32_t) {
+  return report("VEK_JPEG_file_read", VEK_ERROR_NOT_SUPPORTED, "JPEG codec not built");
+}
+
+uint32_t jpeg_file_write(uint32_t) {
+  return report("VEK_JPEG_file_write", VEK_ERROR_NOT_SUPPORTED, "JPEG codec not built");
 }
 
 }  // namespace vek::family
