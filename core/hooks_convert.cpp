@@ -24,4 +24,16 @@ void cmap_copy(uint32_t source, uint32_t destination) {
     std::memcpy(dst->cmap, src->cmap, kCmapEntries * sizeof(CmapEntry));
 }
 
+// Until the colour-map family is built only the grey map (type 2) is known.
+uint32_t cmap_set_type(uint32_t handle, uint32_t type) {
+  ImageRecord* rec = lookup(handle);
+  if (!rec || !rec->cmap) return VEK_ERROR_BAD_HANDLE;
+  if (type != 2) return VEK_ERROR_NOT_SUPPORTED;
+  for (uint32_t i = 0; i < kCmapEntries; ++i) {
+    const auto v = static_cast<uint8_t>(i);
+    rec->cmap[i] = CmapEntry{v, v, v, 0};
+  }
+  return VEK_OK;
+}
+
 }  // namespace vek::family

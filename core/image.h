@@ -176,6 +176,7 @@ void destroy_all_luts();        // intensity look-up tables
 void free_shared_tables();      // on-demand conversion tables
 void destroy_cmap_info(uint32_t handle);
 void cmap_copy(uint32_t source, uint32_t destination);
+uint32_t cmap_set_type(uint32_t handle, uint32_t type);  // VEK_cmap_set_type
 // core/hooks_jpeg.cpp
 void init_jpeg_tables();        // process-wide Huffman code and decode tables
 uint32_t jpeg_free_data(uint32_t handle);
