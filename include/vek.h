@@ -327,6 +327,47 @@ typedef struct Tjpeg {
 /* @@ end jpeg @@ */
 
 /* @@ section process @@ */
+/* -- geometry -- */
+/* A region is four uint32_t values: x, y, width, height (x and y 0-based). */
+/* Zoom coefficient tables: uint16_t[VEK_ZOOM_TABLE_ENTRIES] each, caller-owned:
+ * first-sample Q15 weights, second-sample weights, advance flags, each VEK_ZOOM_MAX long. */
+#define VEK_ZOOM_MAX 32768u
+#define VEK_ZOOM_TABLE_ENTRIES (3u * VEK_ZOOM_MAX)
+
+/* Output becomes the region of the input (mode 3 copies pixels, other modes set parameters only). */
+VEK_API uint32_t VEK_IP_crop(uint32_t input, uint32_t output, const uint32_t* region, uint32_t mode);
+/* VEK_IP_crop with mode 3. */
+VEK_API uint32_t VEK_IP_Crop_Image(uint32_t input, uint32_t output, const uint32_t* region);
+/* Copies the inserted image into the target in place, top-left pixel at 1-based (x, y). */
+VEK_API uint32_t VEK_IP_image_insert(uint32_t target, uint32_t inserted, uint32_t x, uint32_t y);
+/* Strip transformer: packs the YUV 4:2:2 pairs inside a circle into a one-line output. */
+VEK_API uint32_t VEK_IP_extract_region(uint32_t input, uint32_t output, uint32_t unused, uint32_t centre_x,
+                                       uint32_t centre_y, uint32_t radius, uint32_t mode);
+/* Output is a copy of the input with the region mirrored left-right. */
+VEK_API uint32_t VEK_IP_mirror(uint32_t input, uint32_t output, const uint32_t* region, uint32_t mode);
+/* Strip transformer: output is the input mirrored left-right. */
+VEK_API uint32_t VEK_IP_mirror_image(uint32_t input, uint32_t output, uint32_t mode);
+/* Rotates a whole image clockwise by 0, 90, 180 or 270 degrees. */
+VEK_API uint32_t VEK_IP_rotate_image(uint32_t input, uint32_t output, uint32_t angle);
+/* Strip transformer: linear-interpolation resize of Y8 or RGB24 to new_width x new_height. */
+VEK_API uint32_t VEK_IP_scale(uint32_t input, uint32_t output, uint32_t new_width, uint32_t new_height,
+                              uint32_t mode);
+/* Keeps every factor-th pixel of every factor-th line (output width rounded down to even). */
+VEK_API uint32_t VEK_IP_subsample(uint32_t input, uint32_t output, uint32_t factor);
+/* VEK_IP_subsample, keeping the output's VEK_FLAG_LOCKED as it was. */
+VEK_API uint32_t VEK_IP_Subsample(uint32_t input, uint32_t output, uint32_t factor);
+/* Averages factor x factor blocks (truncating), keeping the output's VEK_FLAG_LOCKED. */
+VEK_API uint32_t VEK_IP_Subsample_by_Binning(uint32_t input, uint32_t output, uint32_t factor);
+/* Strip transformer: enlarges by repeating each pixel factor x factor times. */
+VEK_API uint32_t VEK_IP_pixel_rep(uint32_t input, uint32_t output, uint32_t factor, uint32_t mode);
+/* Strip transformer: bilinear enlargement of the region to output_width x output_height using the
+ * tables (filled by VEK_IP_bilinear_zoom_setup first when they are not ready). */
+VEK_API uint32_t VEK_IP_bilinear_zoom(uint32_t input, uint32_t output, const uint32_t* region,
+                                      uint32_t output_width, uint32_t output_height, uint16_t* x_table,
+                                      uint16_t* y_table, uint32_t mode);
+/* Fills the two zoom coefficient tables for enlarging the region to the output size. */
+VEK_API uint32_t VEK_IP_bilinear_zoom_setup(const uint32_t* region, uint32_t output_width,
+                                            uint32_t output_height, uint16_t* x_table, uint16_t* y_table);
 /* @@ end process @@ */
 
 #ifdef __cplusplus
