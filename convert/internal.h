@@ -84,6 +84,9 @@ struct RowParams {
   const CmapEntry* cmap = nullptr;     // paletted source
   const uint16_t* table16 = nullptr;   // YUV -> RGB16 / RGB15 table
   const uint16_t* hue = nullptr;       // hue table of the HSI conversion
+  const uint8_t* table8 = nullptr;     // index -> palette entry table
+  uint32_t table8_last = 0;            // highest valid index of table8
+  const void* context = nullptr;       // kernel-specific state (palette conversions)
 };
 
 using RowKernel = void (*)(const uint8_t* src, uint8_t* dst, uint32_t width, const RowParams&);
@@ -94,6 +97,9 @@ using RowKernel = void (*)(const uint8_t* src, uint8_t* dst, uint32_t width, con
 RowKernel rgb_kernel(uint16_t source, uint16_t target);
 // YUV 4:2:2 source kernels. `table` selects the RGB16/RGB15-table-driven variant.
 RowKernel yuv_kernel(uint16_t target, bool table);
+
+// Table-driven kernels to paletted: RGB16, Y8, Y16 and YUV 4:2:2 sources.
+RowKernel paletted_lut_kernel(uint16_t source);
 
 // Line loop shared by every strip driver: `lines` rows of `width` pixels.
 inline void run_rows(RowKernel k, const uint8_t* src, size_t src_pitch, uint8_t* dst,
@@ -106,7 +112,7 @@ inline void run_rows(RowKernel k, const uint8_t* src, size_t src_pitch, uint8_t*
 inline constexpr uint32_t bit(uint32_t format) { return format < 32 ? 1u << format : 0u; }
 
 // "No image data": a strip worker given a source without a buffer.
-inline constexpr uint32_t kNoData = VEK_ERROR_CORRUPT_IMAGE | 0x0011u;
+inline constexpr uint32_t kNoData = VEK_ERROR_NO_IMAGE_DATA;
 
 // Description of one per-target conversion. The exported front end hands this to
 // run_conversion(); its exported `_1_strip` worker calls convert_strip().
@@ -118,7 +124,7 @@ struct Conversion {
   StripSequence* sequence;          // null: converts whatever strip the source holds
   const char* corrupt_source = "Corrupt image";
   const char* unsupported = "Unsupported image format";
-  bool yuv_source = false;          // refuses odd widths ("... must be an even width")
+  const char* odd_width = nullptr;  // message refusing an odd-width source, if any
   bool limit_to_height = false;     // stateless, but trims the source strip to the height
   // Extra source checks run after the format check; reported under `name`.
   uint32_t (*validate)(const ImageRecord& src, const char* name) = nullptr;
@@ -165,6 +171,7 @@ uint32_t generate_yuv_rgb_table(bool rgb16, const char* name);
 // The hue table of the HSI conversion (65536 hues, indexed (U << 8) | V), built on
 // demand; null when memory runs out.
 const uint16_t* hue_table();
+void release_hue_table();
 // Releases every shared table of the family.
 void release_shared_tables();
 

@@ -179,6 +179,31 @@ void yuv_to_hsi(const uint8_t* src, uint8_t* dst, uint32_t width, const RowParam
   }
 }
 
+// ---- table-driven conversions to paletted ---------------------------------
+
+void rgb16_to_pal(const uint8_t* src, uint8_t* dst, uint32_t width, const RowParams& k) {
+  for (uint32_t x = 0; x < width; ++x) dst[x] = k.table8[load16(src + 2 * x)];
+}
+
+void y8_to_pal(const uint8_t* src, uint8_t* dst, uint32_t width, const RowParams& k) {
+  for (uint32_t x = 0; x < width; ++x) dst[x] = k.table8[src[x]];
+}
+
+// Words above the table's data width saturate at its last entry.
+void y16_to_pal(const uint8_t* src, uint8_t* dst, uint32_t width, const RowParams& k) {
+  for (uint32_t x = 0; x < width; ++x) {
+    const uint32_t w = load16(src + 2 * x);
+    dst[x] = k.table8[w < k.table8_last ? w : k.table8_last];
+  }
+}
+
+void yuv_to_pal(const uint8_t* src, uint8_t* dst, uint32_t width, const RowParams& k) {
+  for (uint32_t x = 0; x + 1 < width; x += 2, src += 4, dst += 2) {
+    dst[0] = k.table8[yuv_index15(src[0], src[1], src[3])];
+    dst[1] = k.table8[yuv_index15(src[2], src[1], src[3])];
+  }
+}
+
 // ---- kernel tables ---------------------------------------------------------
 
 template <class Out>
@@ -235,6 +260,16 @@ RowKernel rgb_kernel(uint16_t source, uint16_t target) {
       if (source == VEK_RGB24) return rgb24_to_y16;
       return nullptr;
     case VEK_YUV422: return to_yuv(source);
+    default: return nullptr;
+  }
+}
+
+RowKernel paletted_lut_kernel(uint16_t source) {
+  switch (source) {
+    case VEK_RGB16: return rgb16_to_pal;
+    case VEK_Y8: return y8_to_pal;
+    case VEK_Y16: return y16_to_pal;
+    case VEK_YUV422: return yuv_to_pal;
     default: return nullptr;
   }
 }

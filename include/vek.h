@@ -287,12 +287,329 @@ VEK_API uint32_t VEK_print_cmap(uint32_t handle);
 VEK_API uint32_t VEK_print_jpeg_image(uint32_t handle);
 
 /* @@ section files @@ */
+/* File-format codes of the read/write dispatch. */
+#define VEK_FILE_UNKNOWN 0
+#define VEK_FILE_TIFF 3
+#define VEK_FILE_JPEG 8
+#define VEK_FILE_EPS 9
+#define VEK_FILE_BMP 10
+#define VEK_FILE_RAW 11
+
+/* Detects the format of a file from its first bytes: 0, 3, 8, 9, 10, or an error code. */
+VEK_API uint32_t VEK_image_find_file_format(const char* file_name);
+/* Reads the image's input file (format must be 0: detect); mode 3 whole picture, 4 header only. */
+VEK_API uint32_t VEK_image_read(uint32_t handle, uint32_t format, uint32_t mode);
+/* Writes the image's output file in format 3, 8, 9, 10 or 11; the second argument is ignored. */
+VEK_API uint32_t VEK_image_write(uint32_t handle, uint32_t unused, uint32_t format, uint32_t mode);
+/* Writes the current strip's pixels without a header (mode 3 strip, 4 end). */
+VEK_API uint32_t VEK_write_raw_data_file(uint32_t handle, uint32_t mode);
+/* Reads an 8- or 24-bit BMP: mode 3 the picture as one strip, other modes the header only. */
+VEK_API uint32_t VEK_read_BMP_file(uint32_t handle, uint32_t mode);
+/* Writes the whole picture (Y8, paletted, RGB24, BGR24, BGRX32, YUV422) as a BMP file. */
+VEK_API uint32_t VEK_write_BMP_file(uint32_t handle);
+/* Writes BMP bytes into buffer and stores their length; NULL buffer: only the length; *size_out != 0 on entry: capacity. */
+VEK_API uint32_t VEK_image_write_BMP_buffer(uint32_t handle, void* buffer, uint32_t* size_out);
+/* Display-bitmap conversion: not supported on this platform (always VEK_ERROR_NOT_SUPPORTED). */
+VEK_API uint32_t VEK_convert_to_DIB_w31(uint32_t source, uint32_t destination, uint32_t argument, uint32_t mode);
+/* Writes a big-endian single-strip TIFF (LZW with predictor when flag VEK_FLAG_TIFF_LZW is set). */
+VEK_API uint32_t VEK_write_TIFF_file(uint32_t handle, uint32_t mode);
+/* Reads a baseline TIFF (either byte order, none/LZW, predictor) as one strip; mode 3 picture, others header. */
+VEK_API uint32_t VEK_read_TIFF_file(uint32_t handle, uint32_t mode);
+/* Writes an EPS file (Y1, Y8, paletted, RGB24): mode 3 header and data, others header only. */
+VEK_API uint32_t VEK_write_EPS_file(uint32_t handle, uint32_t mode);
+/* Reads an EPS file written by VEK_write_EPS_file: mode 3 the picture, other modes the header. */
+VEK_API uint32_t VEK_read_EPS_file(uint32_t handle, uint32_t mode);
+/* Scans text against format ("%d" = signed integer, blank = any white space, else literal); returns the count stored. */
+VEK_API uint32_t VEK_sscanf(const char* text, const char* format, int32_t* values, uint32_t max_values);
 /* @@ end files @@ */
 
 /* @@ section convert @@ */
+/* Pseudo-target of VEK_image_convert: paletted source to VEK_RGB24 or VEK_Y8. */
+#define VEK_PALETTED_TO_RGB 105
+/* "No image data": a strip worker was given a source without a buffer. */
+#define VEK_ERROR_NO_IMAGE_DATA 0x10050011u
+/* A conversion-table file whose size does not match the table. */
+#define VEK_ERROR_LUT_FILE_SIZE 0x100C0001u
+/* Conversion look-up table types. */
+#define VEK_LUT_RGB16_TO_PALETTED 200
+#define VEK_LUT_Y8_TO_PALETTED 201
+#define VEK_LUT_Y16_TO_PALETTED 202
+#define VEK_LUT_YUV422_TO_RGB16 203
+#define VEK_LUT_YUV422_TO_RGB15 204
+#define VEK_LUT_YUV422_TO_PALETTED 205
+/* Component selectors of VEK_LUT_get_ptr. */
+#define VEK_LUT_GREY 8
+#define VEK_LUT_RED 4
+#define VEK_LUT_GREEN 2
+#define VEK_LUT_BLUE 1
+
+/* -- conversion dispatcher and RGB-family conversions -- */
+/* Converts source into destination in the target format (strip mode 3 converts the strip held, 4 ends a sequence). */
+VEK_API uint32_t VEK_image_convert(uint32_t source, uint32_t destination, uint32_t target, uint32_t argument, uint32_t mode);
+/* 1 for colour formats, 0 for grey ones (a paletted image is grey when its map is). */
+VEK_API uint32_t VEK_image_is_colour(uint32_t image);
+/* Converts to VEK_BGR24 (stateless: converts whatever strip the source holds). */
+VEK_API uint32_t VEK_convert_to_BGR24(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip to VEK_BGR24. */
+VEK_API uint32_t VEK_convert_to_BGR24_1_strip(uint32_t source, uint32_t destination);
+/* Converts to VEK_BGRX32 (stateless). */
+VEK_API uint32_t VEK_convert_to_BGRX32(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip to VEK_BGRX32. */
+VEK_API uint32_t VEK_convert_to_BGRX32_1_strip(uint32_t source, uint32_t destination);
+/* Converts a paletted image to VEK_CMYK32 (strip sequence). */
+VEK_API uint32_t VEK_convert_to_CMYK32(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip to VEK_CMYK32. */
+VEK_API uint32_t VEK_convert_to_CMYK32_1_strip(uint32_t source, uint32_t destination);
+/* Converts to VEK_RGB15 (strip sequence). */
+VEK_API uint32_t VEK_convert_to_RGB15(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip to VEK_RGB15. */
+VEK_API uint32_t VEK_convert_to_RGB15_1_strip(uint32_t source, uint32_t destination);
+/* Converts to VEK_RGB16 (strip sequence). */
+VEK_API uint32_t VEK_convert_to_RGB16(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip to VEK_RGB16. */
+VEK_API uint32_t VEK_convert_to_RGB16_1_strip(uint32_t source, uint32_t destination);
+/* Converts to VEK_RGB24 (stateless). */
+VEK_API uint32_t VEK_convert_to_RGB24(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip to VEK_RGB24. */
+VEK_API uint32_t VEK_convert_to_RGB24_1_strip(uint32_t source, uint32_t destination);
+/* Converts to VEK_RGBX32 (strip sequence). */
+VEK_API uint32_t VEK_convert_to_RGBX32(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip to VEK_RGBX32. */
+VEK_API uint32_t VEK_convert_to_RGBX32_1_strip(uint32_t source, uint32_t destination);
+/* Converts to VEK_XBGR32 (strip sequence). */
+VEK_API uint32_t VEK_convert_to_XBGR32(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip to VEK_XBGR32. */
+VEK_API uint32_t VEK_convert_to_XBGR32_1_strip(uint32_t source, uint32_t destination);
+/* Converts to VEK_XRGB32 (strip sequence). */
+VEK_API uint32_t VEK_convert_to_XRGB32(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip to VEK_XRGB32. */
+VEK_API uint32_t VEK_convert_to_XRGB32_1_strip(uint32_t source, uint32_t destination);
+/* Converts to VEK_Y16 (stateless; a destination data width of 0 becomes 16). */
+VEK_API uint32_t VEK_convert_to_Y16(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip to VEK_Y16. */
+VEK_API uint32_t VEK_convert_to_Y16_1_strip(uint32_t source, uint32_t destination);
+/* Converts to VEK_Y8 with grey = (77 R + 150 G + 29 B) >> 8 (stateless). */
+VEK_API uint32_t VEK_convert_to_Y8(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip to VEK_Y8. */
+VEK_API uint32_t VEK_convert_to_Y8_1_strip(uint32_t source, uint32_t destination);
+
+/* -- YUV 4:2:2 -- */
+/* Converts RGB-family, grey or paletted images to VEK_YUV422 (even widths only; stateless). */
+VEK_API uint32_t VEK_convert_to_YUV422(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip to VEK_YUV422. */
+VEK_API uint32_t VEK_convert_to_YUV422_1_strip(uint32_t source, uint32_t destination);
+/* VEK_YUV422 to VEK_BGR24, evaluating the colour equations (strip sequence). */
+VEK_API uint32_t VEK_YUV422_to_BGR24(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip of VEK_YUV422_to_BGR24. */
+VEK_API uint32_t VEK_YUV422_to_BGR24_1_strip(uint32_t source, uint32_t destination);
+/* VEK_YUV422 to VEK_BGRX32, evaluating the colour equations (strip sequence). */
+VEK_API uint32_t VEK_YUV422_to_BGRX32(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip of VEK_YUV422_to_BGRX32. */
+VEK_API uint32_t VEK_YUV422_to_BGRX32_1_strip(uint32_t source, uint32_t destination);
+/* VEK_YUV422 to VEK_RGB15, evaluating the colour equations (strip sequence). */
+VEK_API uint32_t VEK_YUV422_to_RGB15(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip of VEK_YUV422_to_RGB15. */
+VEK_API uint32_t VEK_YUV422_to_RGB15_1_strip(uint32_t source, uint32_t destination);
+/* VEK_YUV422 to VEK_RGB16, evaluating the colour equations (strip sequence). */
+VEK_API uint32_t VEK_YUV422_to_RGB16(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip of VEK_YUV422_to_RGB16. */
+VEK_API uint32_t VEK_YUV422_to_RGB16_1_strip(uint32_t source, uint32_t destination);
+/* VEK_YUV422 to VEK_RGB24, evaluating the colour equations (strip sequence). */
+VEK_API uint32_t VEK_YUV422_to_RGB24(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip of VEK_YUV422_to_RGB24. */
+VEK_API uint32_t VEK_YUV422_to_RGB24_1_strip(uint32_t source, uint32_t destination);
+/* VEK_YUV422 to VEK_RGBX32, evaluating the colour equations (strip sequence). */
+VEK_API uint32_t VEK_YUV422_to_RGBX32(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip of VEK_YUV422_to_RGBX32. */
+VEK_API uint32_t VEK_YUV422_to_RGBX32_1_strip(uint32_t source, uint32_t destination);
+/* VEK_YUV422 to VEK_XBGR32, evaluating the colour equations (strip sequence). */
+VEK_API uint32_t VEK_YUV422_to_XBGR32(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip of VEK_YUV422_to_XBGR32. */
+VEK_API uint32_t VEK_YUV422_to_XBGR32_1_strip(uint32_t source, uint32_t destination);
+/* VEK_YUV422 to VEK_XRGB32, evaluating the colour equations (strip sequence). */
+VEK_API uint32_t VEK_YUV422_to_XRGB32(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip of VEK_YUV422_to_XRGB32. */
+VEK_API uint32_t VEK_YUV422_to_XRGB32_1_strip(uint32_t source, uint32_t destination);
+/* VEK_YUV422 to hue/saturation/intensity (VEK_HSI; strip sequence). */
+VEK_API uint32_t VEK_YUV422_to_HSI(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip of VEK_YUV422_to_HSI. */
+VEK_API uint32_t VEK_YUV422_to_HSI_1_strip(uint32_t source, uint32_t destination);
+/* VEK_YUV422 to VEK_Y8: copies the luma bytes (stateless). */
+VEK_API uint32_t VEK_YUV422_to_Y8(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip of VEK_YUV422_to_Y8. */
+VEK_API uint32_t VEK_YUV422_to_Y8_1_strip(uint32_t source, uint32_t destination);
+/* VEK_YUV422 to VEK_Y16: luma << 8 (stateless). */
+VEK_API uint32_t VEK_YUV422_to_Y16(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip of VEK_YUV422_to_Y16. */
+VEK_API uint32_t VEK_YUV422_to_Y16_1_strip(uint32_t source, uint32_t destination);
+/* VEK_YUV422 to VEK_BGR24 through the RGB16 table (strip sequence). */
+VEK_API uint32_t VEK_YUV422_to_BGR24_LUT(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip of VEK_YUV422_to_BGR24_LUT. */
+VEK_API uint32_t VEK_YUV422_to_BGR24_LUT_1_strip(uint32_t source, uint32_t destination);
+/* VEK_YUV422 to VEK_BGRX32 through the RGB16 table (strip sequence). */
+VEK_API uint32_t VEK_YUV422_to_BGRX32_LUT(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip of VEK_YUV422_to_BGRX32_LUT. */
+VEK_API uint32_t VEK_YUV422_to_BGRX32_LUT_1_strip(uint32_t source, uint32_t destination);
+/* VEK_YUV422 to VEK_RGB15 through the RGB15 table (strip sequence). */
+VEK_API uint32_t VEK_YUV422_to_RGB15_LUT(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip of VEK_YUV422_to_RGB15_LUT. */
+VEK_API uint32_t VEK_YUV422_to_RGB15_LUT_1_strip(uint32_t source, uint32_t destination);
+/* VEK_YUV422 to VEK_RGB16 through the RGB16 table (strip sequence). */
+VEK_API uint32_t VEK_YUV422_to_RGB16_LUT(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip of VEK_YUV422_to_RGB16_LUT. */
+VEK_API uint32_t VEK_YUV422_to_RGB16_LUT_1_strip(uint32_t source, uint32_t destination);
+/* VEK_YUV422 to VEK_RGB24 through the RGB16 table (strip sequence). */
+VEK_API uint32_t VEK_YUV422_to_RGB24_LUT(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip of VEK_YUV422_to_RGB24_LUT. */
+VEK_API uint32_t VEK_YUV422_to_RGB24_LUT_1_strip(uint32_t source, uint32_t destination);
+/* VEK_YUV422 to VEK_RGBX32 through the RGB16 table (strip sequence). */
+VEK_API uint32_t VEK_YUV422_to_RGBX32_LUT(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip of VEK_YUV422_to_RGBX32_LUT. */
+VEK_API uint32_t VEK_YUV422_to_RGBX32_LUT_1_strip(uint32_t source, uint32_t destination);
+/* VEK_YUV422 to VEK_XBGR32 through the RGB16 table (strip sequence). */
+VEK_API uint32_t VEK_YUV422_to_XBGR32_LUT(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip of VEK_YUV422_to_XBGR32_LUT. */
+VEK_API uint32_t VEK_YUV422_to_XBGR32_LUT_1_strip(uint32_t source, uint32_t destination);
+/* VEK_YUV422 to VEK_XRGB32 through the RGB16 table (strip sequence). */
+VEK_API uint32_t VEK_YUV422_to_XRGB32_LUT(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip of VEK_YUV422_to_XRGB32_LUT. */
+VEK_API uint32_t VEK_YUV422_to_XRGB32_LUT_1_strip(uint32_t source, uint32_t destination);
+/* Builds (or refills) the process-wide YUV-to-RGB15 table. */
+VEK_API uint32_t VEK_generate_YUV422_to_RGB15_LUT(void);
+/* Builds (or refills) the process-wide YUV-to-RGB16 table. */
+VEK_API uint32_t VEK_generate_YUV422_to_RGB16_LUT(void);
+
+/* -- colour maps and paletted images -- */
+/* Allocates a colour-map information record (histogram of 4096 bins), or NULL. */
+VEK_API void* VEK_cmap_create_info(void);
+/* Frees the image's colour-map information record (0 also when there is none). */
+VEK_API uint32_t VEK_cmap_destroy_info(uint32_t image);
+/* Copies colour count, entries and information record from source to destination. */
+VEK_API uint32_t VEK_cmap_copy(uint32_t source, uint32_t destination);
+/* Entry index as (R << 16) | (G << 8) | B; an index up to the colour count is accepted. */
+VEK_API uint32_t VEK_cmap_get_RGB_colour(uint32_t image, uint32_t index);
+/* Sets entry index to (R, G, B); an index up to the colour count is accepted. */
+VEK_API uint32_t VEK_cmap_set_RGB_colour(uint32_t image, uint32_t index, uint32_t r, uint32_t g, uint32_t b);
+/* Sets entry index to one of the 16 named colours (0..15). */
+VEK_API uint32_t VEK_cmap_set_colour(uint32_t image, uint32_t index, uint32_t colour);
+/* Fills the map: 0 black, 1 the 16 named colours, 2 grey ramp, 3 the 3-3-2 colour cube. */
+VEK_API uint32_t VEK_cmap_set_type(uint32_t image, uint32_t type);
+/* 1 when every valid entry is grey (or the count is 0), else 0. */
+VEK_API uint32_t VEK_cmap_is_grayscale(uint32_t image);
+/* Index of the entry nearest to (R, G, B) (squared distance; lowest index wins ties). */
+VEK_API uint32_t VEK_cmap_find_closest_colour(uint32_t image, uint32_t r, uint32_t g, uint32_t b);
+/* Occurrence count at position bin of the information record's histogram. */
+VEK_API uint32_t VEK_cmap_get_occurrences(uint32_t image, uint32_t bin);
+/* Histogram of an RGB24/Y8/Y16 image and palette choice for `colours` entries (strip sequence). */
+VEK_API uint32_t VEK_cmap_generate(uint32_t image, uint32_t colours, uint32_t mode);
+/* Adds the current strip to the histogram. */
+VEK_API uint32_t VEK_cmap_generate_1_strip(uint32_t image);
+/* RGB24 or Y8 to paletted through the generated palette (strip sequence). */
+VEK_API uint32_t VEK_convert_to_paletted(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip of VEK_convert_to_paletted. */
+VEK_API uint32_t VEK_convert_to_paletted_1_strip(uint32_t source, uint32_t destination);
+/* RGB24 or Y8 to 3-3-2 VEK_RGB8 (strip sequence). */
+VEK_API uint32_t VEK_convert_to_RGB8(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip of VEK_convert_to_RGB8. */
+VEK_API uint32_t VEK_convert_to_RGB8_1_strip(uint32_t source, uint32_t destination);
+/* RGB24 to paletted 3-3-2 with error carries along each line (strip sequence). */
+VEK_API uint32_t VEK_convert_to_RGB8_dither(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip of VEK_convert_to_RGB8_dither. */
+VEK_API uint32_t VEK_convert_to_RGB8_dither_1_strip(uint32_t source, uint32_t destination);
+/* Paletted to VEK_Y8 (grey map) or VEK_RGB24 (strip sequence). */
+VEK_API uint32_t VEK_paletted_to_RGB24_or_Y8(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip of VEK_paletted_to_RGB24_or_Y8. */
+VEK_API uint32_t VEK_paletted_to_RGB24_or_Y8_1_strip(uint32_t source, uint32_t destination);
+
+/* -- conversion look-up tables -- */
+/* RGB16/Y8/Y16 to paletted through a table built from the source's colour map (strip sequence). */
+VEK_API uint32_t VEK_convert_to_paletted_LUT(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip of VEK_convert_to_paletted_LUT. */
+VEK_API uint32_t VEK_convert_to_paletted_LUT_1_strip(uint32_t source, uint32_t destination);
+/* VEK_YUV422 to paletted through the YUV-to-paletted table (strip sequence). */
+VEK_API uint32_t VEK_YUV422_to_paletted_LUT(uint32_t source, uint32_t destination, uint32_t mode);
+/* Converts the current strip of VEK_YUV422_to_paletted_LUT. */
+VEK_API uint32_t VEK_YUV422_to_paletted_LUT_1_strip(uint32_t source, uint32_t destination);
+/* Builds the RGB16-to-paletted table from the image's colour map. */
+VEK_API uint32_t VEK_generate_RGB16_to_paletted_LUT(uint32_t image);
+/* Builds the Y8-to-paletted table from the image's colour map. */
+VEK_API uint32_t VEK_generate_Y8_to_paletted_LUT(uint32_t image);
+/* Builds the Y16-to-paletted table from the image's colour map and data width (9..16). */
+VEK_API uint32_t VEK_generate_Y16_to_paletted_LUT(uint32_t image);
+/* Builds the YUV-to-paletted table from the image's colour map. */
+VEK_API uint32_t VEK_generate_YUV422_to_paletted_LUT(uint32_t image);
+/* Frees the RGB16-to-paletted table. */
+VEK_API uint32_t VEK_destroy_RGB16_to_paletted_LUT(void);
+/* Frees the Y8-to-paletted table. */
+VEK_API uint32_t VEK_destroy_Y8_to_paletted_LUT(void);
+/* Frees the Y16-to-paletted table. */
+VEK_API uint32_t VEK_destroy_Y16_to_paletted_LUT(void);
+/* Frees the YUV-to-RGB16 table. */
+VEK_API uint32_t VEK_destroy_YUV422_to_RGB16_LUT(void);
+/* Frees the YUV-to-RGB15 table. */
+VEK_API uint32_t VEK_destroy_YUV422_to_RGB15_LUT(void);
+/* Frees the YUV-to-paletted table. */
+VEK_API uint32_t VEK_destroy_YUV422_to_paletted_LUT(void);
+/* Builds the table of a type code (200..205). */
+VEK_API uint32_t VEK_image_conv_LUT_generate(uint32_t image, uint32_t type);
+/* Frees the table of a type code (200..205). */
+VEK_API uint32_t VEK_image_conv_LUT_destroy(uint32_t type);
+/* Writes the table's bytes (16-bit entries little-endian) to a file. */
+VEK_API uint32_t VEK_image_conv_LUT_save(uint32_t image, uint32_t type, const char* file_name);
+/* Reads a table from a file holding exactly its bytes. */
+VEK_API uint32_t VEK_image_conv_LUT_load(uint32_t image, uint32_t type, const char* file_name);
+
+/* -- intensity look-up tables -- */
+/* Creates an identity table of `elements` entries of 1 or 2 bytes; returns its handle (1..15). */
+VEK_API uint32_t VEK_LUT_create(uint32_t elements, uint32_t element_size);
+/* Shapes the table by brightness, contrast, gamma and colour gains (percent; 100 = neutral). */
+VEK_API uint32_t VEK_LUT_generate(uint32_t handle, int32_t brightness, int32_t contrast, int32_t gamma, int32_t red_gain, int32_t green_gain, int32_t blue_gain);
+/* Address of the grey (8), red (4), green (2) or blue (1) array; NULL otherwise. */
+VEK_API void* VEK_LUT_get_ptr(uint32_t handle, uint32_t component);
+/* Maps source through the table into destination. */
+VEK_API uint32_t VEK_LUT_apply(uint32_t source, uint32_t destination, uint32_t handle);
+/* Destroys a table, or every table with VEK_ALL_IMAGES. */
+VEK_API uint32_t VEK_LUT_destroy(uint32_t handle);
+/* VEK_LUT_apply with a uniform status result. */
+VEK_API uint32_t VEK_IP_LUT_Apply(uint32_t source, uint32_t destination, uint32_t handle);
+/* Stores VEK_LUT_create's result through handle; returns 0. */
+VEK_API uint32_t VEK_LUT_Create(uint32_t* handle, uint32_t elements, uint32_t element_size);
+/* Stores VEK_LUT_get_ptr's result through pointer; returns 0. */
+VEK_API uint32_t VEK_LUT_ParameterPtrGet(uint32_t handle, uint32_t component, void** pointer);
 /* @@ end convert @@ */
 
 /* @@ section bayer @@ */
+/* Decoding schemes (VEK_BAYER_HALF_SIZE only in VEK_IP_Bayer_Convert_to_BGRX32). */
+#define VEK_BAYER_REPLICATE 1
+#define VEK_BAYER_BILINEAR 2
+#define VEK_BAYER_MEDIAN 3
+#define VEK_BAYER_HALF_SIZE 4
+/* Pixel colour (phase): the filter colours of the first two pixels of lines 0 and 1. */
+#define VEK_BAYER_RGGB 1
+#define VEK_BAYER_GRBG 2
+#define VEK_BAYER_GBRG 3
+#define VEK_BAYER_BGGR 4
+
+/* Demosaics a whole RGGB32/Y8 mosaic into a VEK_BGRX32 image of the same size (scheme 1..3, pixel colour 1..4). */
+VEK_API uint32_t VEK_BAY_RGGB32_to_BGRX32(uint32_t source, uint32_t destination, uint32_t scheme, uint32_t pixel_colour, uint32_t strip_mode);
+/* Demosaics a whole RGGB32/Y8 mosaic into a VEK_RGB16 image of the same size. */
+VEK_API uint32_t VEK_BAY_RGGB32_to_RGB16(uint32_t source, uint32_t destination, uint32_t scheme, uint32_t pixel_colour, uint32_t strip_mode);
+/* Scales each mosaic sample by its reference-phase gain (1/128 units, low byte), saturating at 255. */
+VEK_API uint32_t VEK_BAY_ColorBalance(uint32_t source, uint32_t destination, uint32_t red_gain, uint32_t green_gain, uint32_t blue_gain);
+/* Makes a reference-phase RGGB32 mosaic from a VEK_RGB24 image, strip by strip. */
+VEK_API uint32_t VEK_BAY_RGB24_to_RGGB32(uint32_t source, uint32_t destination, uint32_t strip_mode);
+/* False-colour view: each sample into its reference-phase channel of a VEK_RGB24 pixel; offset shifts the source start. */
+VEK_API uint32_t VEK_BAY_RGGB32_map_to_RGB24(uint32_t source, uint32_t destination, uint32_t offset, uint32_t strip_mode);
+/* Grey view: copies the mosaic's samples into a VEK_Y8 image. */
+VEK_API uint32_t VEK_BAY_RGGB32_map_to_Y8(uint32_t source, uint32_t destination, uint32_t strip_mode);
+/* Schemes 1..3 demosaic, 4 half size, others do nothing; then the optional 3x3 colour matrix (nine floats, or NULL). */
+VEK_API uint32_t VEK_IP_Bayer_Convert_to_BGRX32(uint32_t source, uint32_t destination, uint32_t scheme, const float* matrix, uint32_t offset, uint32_t pixel_colour);
+/* One VEK_BGRX32 pixel per 2x2 cell (half width, half height) of an even-sized mosaic. */
+VEK_API uint32_t VEK_IP_Bayer_Convert_to_BGRX32_Sub2(uint32_t source, uint32_t destination, uint32_t pixel_colour);
+/* False-colour view of a whole mosaic (VEK_BAY_RGGB32_map_to_RGB24 with strip mode 3). */
+VEK_API uint32_t VEK_IP_Bayer_Map_to_RGB24(uint32_t source, uint32_t destination, uint32_t offset);
+/* Splits an even-sized mosaic into red, green and blue VEK_RGB24 planes of the same size. */
+VEK_API uint32_t VEK_IP_Bayer_Convert_to_ThreePlanes(uint32_t source, uint32_t plane1, uint32_t plane2, uint32_t plane3, uint32_t pixel_colour);
 /* @@ end bayer @@ */
 
 /* @@ section jpeg @@ */
@@ -324,6 +641,93 @@ typedef struct Tjpeg {
   uint8_t spectral_end;            /* Se */
   uint8_t approximation;           /* Ah/Al */
 } Tjpeg;
+
+/* Identifiers of VEK_JPEG_get_parameter. */
+#define VEK_JPEG_COMPONENTS 600
+#define VEK_JPEG_HEADER_LENGTH 601
+#define VEK_JPEG_NUM_Q_TABLES 602
+
+/* -- descriptor and tables -- */
+/* Creates an image carrying a fresh JPEG descriptor (quality 32); returns the handle or an error. */
+VEK_API uint32_t VEK_JPEG_image_create(void);
+/* Frees the descriptor and its data buffer; succeeds when the image has none. */
+VEK_API uint32_t VEK_JPEG_destroy_Tjpeg(uint32_t handle);
+/* Allocates the compressed-data buffer (file length, or pitch x strip + 10000; at least 4200). */
+VEK_API uint32_t VEK_JPEG_malloc_data(uint32_t handle);
+/* Allocates exactly n bytes for the compressed-data buffer. */
+VEK_API uint32_t VEK_JPEG_malloc_N_bytes_data(uint32_t handle, uint32_t n);
+/* Frees the compressed-data buffer unless it is locked or external. */
+VEK_API uint32_t VEK_JPEG_free_data(uint32_t handle);
+/* Copies src's descriptor over dst's, keeping dst's file, data and current pointers. */
+VEK_API uint32_t VEK_JPEG_copy_parameters(uint32_t src, uint32_t dst);
+/* Prepares dst's descriptor and parameters for compressing the raster image src. */
+VEK_API uint32_t VEK_JPEG_set_image(uint32_t src, uint32_t dst);
+/* Builds the JPEG image dst from the JPEG image src (strip copy, mode 3 or 4). */
+VEK_API uint32_t VEK_JPEG_build_image(uint32_t src, uint32_t dst, uint32_t mode);
+/* Returns the value of parameter id (600..602) itself, or an error code. */
+VEK_API uint32_t VEK_JPEG_get_parameter(uint32_t handle, uint32_t id);
+/* Stores the quality factor F (1..400; larger is finer). */
+VEK_API uint32_t VEK_JPEG_set_Quality_factor(uint32_t handle, uint32_t factor);
+/* Stores F = trunc(50 / q x 16) for a quantisation factor q (2..800; larger is coarser). */
+VEK_API uint32_t VEK_JPEG_set_Quantization_factor(uint32_t handle, uint32_t q);
+/* Derives both quantisation tables and their reciprocals from the stored F. */
+VEK_API uint32_t VEK_JPEG_make_Q_tables(uint32_t handle);
+/* Sets both quantisation tables and reciprocals to 0. */
+VEK_API uint32_t VEK_JPEG_Q_table_to_zero(uint32_t handle);
+/* Loads the four standard Huffman tables into the descriptor. */
+VEK_API uint32_t VEK_JPEG_set_default_H_tables(uint32_t handle);
+/* Builds the process-wide Huffman code tables from the descriptor's tables. */
+VEK_API uint32_t VEK_JPEG_generate_H_codetable_LUTs(uint32_t handle);
+/* Builds the process-wide Huffman decode tables from the code tables. */
+VEK_API uint32_t VEK_JPEG_generate_Huffman_decode_tables(void);
+/* Diagnostic: checks that the image is a JPEG image; prints nothing. */
+VEK_API uint32_t VEK_JPEG_Q_table_print(uint32_t handle);
+/* Diagnostic: checks that the image is a JPEG image; prints nothing. */
+VEK_API uint32_t VEK_print_Huffman_tables(uint32_t handle);
+
+/* -- encoder -- */
+/* Compresses the whole raster image src into the JPEG image dst (entropy data plus EOI). */
+VEK_API uint32_t VEK_JPEG_compress(uint32_t src, uint32_t dst);
+/* Copies src into padded, extending lines and rows to whole MCUs. */
+VEK_API uint32_t VEK_pad_to_MCU_1_strip(uint32_t src, uint32_t padded);
+/* Codes the MCU-aligned image src (Y8, YUV422, BGR24, BGRX32) into dst's data buffer. */
+VEK_API uint32_t VEK_JPEG_compress_1_strip(uint32_t src, uint32_t dst);
+
+/* -- decoder -- */
+/* Decodes the JPEG image src into the raster image dst (its format picks the layout). */
+VEK_API uint32_t VEK_JPEG_decompress(uint32_t src, uint32_t dst);
+/* Decodes src at its MCU-padded size into dst as Y8 or YUV422. */
+VEK_API uint32_t VEK_JPEG_decompress_1_strip(uint32_t src, uint32_t dst);
+/* Zeroes the chrominance quantisation table so decoding yields U = V = 128. */
+VEK_API uint32_t VEK_JPEG_ConvertToMonoYUV(uint32_t handle);
+
+/* -- files and buffers -- */
+/* Writes the image as a JFIF file to its output file name. */
+VEK_API uint32_t VEK_JPEG_file_write(uint32_t handle);
+/* Writes the stream into buffer (size bytes); fails when it does not fit; *length_out = bytes written. */
+VEK_API uint32_t VEK_JPEG_buffer_write(uint32_t handle, uint8_t* buffer, uint32_t size, uint32_t* length_out);
+/* Reads the input file's headers and entropy-coded data into the descriptor. */
+VEK_API uint32_t VEK_JPEG_file_read(uint32_t handle);
+/* Opens the input file, parses headers up to SOS and leaves the file open. */
+VEK_API uint32_t VEK_JPEG_file_open(uint32_t handle);
+/* Closes the descriptor's open file. */
+VEK_API uint32_t VEK_JPEG_file_close(uint32_t handle);
+/* Parses a stream held in memory and copies its data into a buffer of size bytes. */
+VEK_API uint32_t VEK_JPEG_buffer_read(uint32_t handle, const uint8_t* buffer, uint32_t size);
+/* The descriptor's open stream, or NULL. */
+VEK_API FILE* VEK_JPEG_get_file_ptr(uint32_t handle);
+/* Stores a caller's stream in the descriptor. */
+VEK_API uint32_t VEK_JPEG_set_file_ptr(uint32_t handle, FILE* stream);
+
+/* -- sequences -- */
+/* src = 0: makes dst's buffer its own copy; else appends src's frame to dst (RST0 between frames). */
+VEK_API uint32_t VEK_JPEG_sequence_build(uint32_t src, uint32_t dst);
+/* Counts the frames of the sequence in the image's open file into its strip count. */
+VEK_API uint32_t VEK_JPEG_sequence_calc_length(uint32_t handle);
+/* Positions the image on frame n (1-based). */
+VEK_API uint32_t VEK_JPEG_sequence_set_start_frame(uint32_t handle, uint32_t n);
+/* Copies frame n of src into dst as a one-frame JPEG image. */
+VEK_API uint32_t VEK_JPEG_sequence_extract_frame(uint32_t src, uint32_t dst, uint32_t n);
 /* @@ end jpeg @@ */
 
 /* @@ section process @@ */

@@ -1,4 +1,5 @@
 // Text descriptions of images for the vek program.
+#include <cctype>
 #include <cstdio>
 
 #include "tools/commands.h"
@@ -27,6 +28,14 @@ std::string format_name(uint32_t code) {
     case VEK_HSI: return "HSI";
     default: return "format " + std::to_string(code);
   }
+}
+
+uint32_t format_code(const std::string& name) {
+  std::string upper;
+  for (char c : name) upper += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  for (uint32_t code = 1; code <= 108; ++code)
+    if (format_name(code) == upper) return code;
+  return 0;
 }
 
 void print_image(const char* label, uint32_t h) {

@@ -1,0 +1,11 @@
+# Conversion benchmark: executable bench_convert, with libyuv as the rival when found.
+if(TARGET convert)
+  set_target_properties(convert PROPERTIES OUTPUT_NAME bench_convert)
+  find_library(YUV_LIB yuv)
+  find_path(YUV_INCLUDE libyuv.h)
+  if(YUV_LIB AND YUV_INCLUDE)
+    target_include_directories(convert SYSTEM PRIVATE ${YUV_INCLUDE})
+    target_link_libraries(convert PRIVATE ${YUV_LIB})
+    target_compile_definitions(convert PRIVATE VEK_BENCH_LIBYUV=1)
+  endif()
+endif()

@@ -1,0 +1,372 @@
+// Baseline JPEG encoder: padding to whole MCUs, colour preparation, forward DCT,
+// reciprocal quantisation and Huffman coding of a whole image in one pass.
+#include <bit>
+#include <cstdlib>
+#include <cstring>
+
+#include "core/alloc.h"
+#include "jpeg/dct.h"
+#include "jpeg/internal.h"
+
+namespace vek::jpeg {
+namespace {
+
+// Worst case of one MCU (four blocks of 11 + 11 DC bits and 63 x (16 + 10) AC bits,
+// every byte stuffed), rounded up; the tail adds at most 5 stuffed bytes and EOI.
+constexpr size_t kMcuReserve = 2048;
+constexpr size_t kTailReserve = 16;
+
+inline bool has_ff_byte(uint32_t w) {
+  const uint32_t v = ~w;
+  return ((v - 0x01010101u) & ~v & 0x80808080u) != 0;
+}
+
+// MSB-first bit writer. Bits are emitted 32 at a time, most significant byte first,
+// each 0xFF followed by a stuffed 0x00; `bits` is therefore always the bit count
+// modulo 32 of everything written, which the end-of-data rule depends on.
+struct BitWriter {
+  uint64_t acc = 0;
+  int bits = 0;
+  uint8_t* out = nullptr;
+
+  inline void put(uint32_t value, int n) {
+    acc = (acc << n) | value;
+    bits += n;
+    if (bits >= 32) {
+      bits -= 32;
+      const uint32_t w = uint32_t(acc >> bits);
+      if (!has_ff_byte(w)) {
+        out[0] = uint8_t(w >> 24);
+        out[1] = uint8_t(w >> 16);
+        out[2] = uint8_t(w >> 8);
+        out[3] = uint8_t(w);
+        out += 4;
+      } else {
+        for (int s = 24; s >= 0; s -= 8) {
+          const uint8_t b = uint8_t(w >> s);
+          *out++ = b;
+          if (b == 0xFF) *out++ = 0;
+        }
+      }
+    }
+  }
+
+  // floor(n / 8) + 1 bytes from the top of the pending word, unused low bits 0: a
+  // multiple of 8 pending bits thus ends in one extra 0x00 byte, as defined.
+  void finish() {
+    if (bits == 0) return;
+    const uint32_t w = uint32_t(acc << (32 - bits));
+    const int count = bits / 8 + 1;
+    for (int i = 0; i < count; ++i) {
+      const uint8_t b = uint8_t(w >> (24 - 8 * i));
+      *out++ = b;
+      if (b == 0xFF) *out++ = 0;
+    }
+    bits = 0;
+  }
+};
+
+struct Quant {
+  const uint8_t* step;        // zigzag order
+  const uint32_t* reciprocal; // zigzag order
+};
+
+// Quantises a natural-order coefficient block into zigzag order and Huffman-codes it.
+inline void encode_block(int32_t* block, const Quant& q, int32_t& predictor, const CodeEntry* dc,
+                         const CodeEntry* ac, BitWriter& bw) {
+  forward_dct(block);
+  int32_t zz[64];
+  uint64_t nonzero = 0;
+  for (int k = 0; k < 64; ++k) {
+    const int32_t c = block[kZigzag[k]];
+    const int32_t step = q.step[k];
+    int32_t v = 0;
+    // Dead zone first: most coefficients never reach the multiplication.
+    if (c >= step || c <= -step) {
+      v = c > 0 ? int32_t((uint32_t(c) * q.reciprocal[k]) >> 16)
+                : -int32_t((uint32_t(-c) * q.reciprocal[k]) >> 16);
+    }
+    zz[k] = v;
+    nonzero |= uint64_t(v != 0) << k;
+  }
+
+  const int32_t diff = zz[0] - predictor;
+  predictor = zz[0];
+  {
+    const uint32_t mag = uint32_t(diff < 0 ? -diff : diff);
+    const int cat = int(std::bit_width(mag));
+    const uint32_t bits = uint32_t(diff < 0 ? diff - 1 : diff) & ((1u << cat) - 1u);
+    const CodeEntry& e = dc[cat];
+    bw.put((e.code << cat) | bits, e.length + cat);
+  }
+
+  nonzero &= ~uint64_t(1);
+  int last = 0;
+  while (nonzero) {
+    const int k = std::countr_zero(nonzero);
+    nonzero &= nonzero - 1;
+    int run = k - last - 1;
+    last = k;
+    while (run > 15) {
+      bw.put(ac[0xF0].code, ac[0xF0].length);
+      run -= 16;
+    }
+    const int32_t v = zz[k];
+    const uint32_t mag = uint32_t(v < 0 ? -v : v);
+    const int size = int(std::bit_width(mag));
+    const uint32_t bits = uint32_t(v < 0 ? v - 1 : v) & ((1u << size) - 1u);
+    const CodeEntry& e = ac[run * 16 + size];
+    bw.put((e.code << size) | bits, e.length + size);
+  }
+  if (last != 63) bw.put(ac[0x00].code, ac[0x00].length);
+}
+
+// Loads an 8x8 block of bytes spaced `step` apart within a line, level-shifted.
+inline void load_block(const uint8_t* p, size_t pitch, int step, int32_t* block) {
+  for (int r = 0; r < 8; ++r, p += pitch)
+    for (int c = 0; c < 8; ++c) block[8 * r + c] = int32_t(p[c * step]) - 128;
+}
+
+// One 4:2:2 line from B, G, R pixels `bpp` bytes apart: chroma is the pair's average.
+void bgr_to_yuv422_row(const uint8_t* s, uint8_t* d, uint32_t width, int bpp) {
+  for (uint32_t x = 0; x + 1 < width; x += 2, s += 2 * bpp, d += 4) {
+    const int b0 = s[0], g0 = s[1], r0 = s[2];
+    const int b1 = s[bpp], g1 = s[bpp + 1], r1 = s[bpp + 2];
+    d[0] = uint8_t((306 * r0 + 601 * g0 + 117 * b0) >> 10);
+    d[2] = uint8_t((306 * r1 + 601 * g1 + 117 * b1) >> 10);
+    d[1] = uint8_t(((512 * (b0 + b1) - 339 * (g0 + g1) - 173 * (r0 + r1)) >> 11) + 128);
+    d[3] = uint8_t(((512 * (r0 + r1) - 429 * (g0 + g1) - 83 * (b0 + b1)) >> 11) + 128);
+  }
+}
+
+// Makes sure `need` more bytes fit after the writer's position, growing the buffer
+// when the library owns it. Returns 0 or the memory error.
+uint32_t ensure_room(uint32_t handle, BitWriter& bw, size_t need, size_t& capacity) {
+  ImageRecord* rec = lookup(handle);
+  uint8_t* base = rec->jpeg->data;
+  const size_t used = size_t(bw.out - base);
+  if (used + need <= capacity) return VEK_OK;
+  size_t grown = capacity * 2;
+  if (grown < used + need) grown = used + need;
+  if ((rec->flags & (VEK_FLAG_LOCKED | VEK_FLAG_EXTERNAL)) || grown > 0xFFFFFFFFu)
+    return VEK_ERROR_MEMORY | uint32_t(grown & 0xFFFFu);
+  auto* bigger = static_cast<uint8_t*>(vek::alloc(grown));
+  if (!bigger) return VEK_ERROR_MEMORY | uint32_t(grown & 0xFFFFu);
+  std::memcpy(bigger, base, used);
+  std::free(base);
+  rec->jpeg->data = bigger;
+  rec->jpeg->current = bigger;
+  remember_capacity(handle, bigger, grown);
+  capacity = grown;
+  bw.out = bigger + used;
+  return VEK_OK;
+}
+
+}  // namespace
+}  // namespace vek::jpeg
+
+using namespace vek;
+using namespace vek::jpeg;
+
+namespace {
+
+// Destroys the temporary images of one call on every path.
+struct TempImages {
+  uint32_t handles[2] = {0, 0};
+  ~TempImages() {
+    for (uint32_t h : handles)
+      if (h && !is_error(h)) VEK_image_destroy(h);
+  }
+};
+
+}  // namespace
+
+extern "C" {
+
+VEK_API uint32_t VEK_pad_to_MCU_1_strip(uint32_t src, uint32_t padded) {
+  static const char kName[] = "VEK_pad_to_MCU_1_strip";
+  uint32_t status = VEK_image_check(src);
+  if (is_error(status)) return report(kName, status, "Corrupt image");
+  const ImageRecord* s = lookup(src);
+  if (s->format < 2 || s->format > 12) return report(kName, VEK_ERROR_NOT_SUPPORTED, "Unsupported image type");
+  if (!s->data) return report(kName, VEK_ERROR_BAD_PARAMETER, "Source image has no data");
+  const uint32_t mcu_w = s->format == VEK_Y8 ? 8 : 16;
+  const uint64_t pw = (uint64_t(s->width) + mcu_w - 1) / mcu_w * mcu_w;
+  const uint64_t ph = (uint64_t(s->height) + 7) / 8 * 8;
+  if (pw > 0xFFFFFFF0u || ph > 0xFFFFFFF0u || s->width == 0 || s->height == 0)
+    return report(kName, VEK_ERROR_BAD_PARAMETER, "Image too large");
+  status = VEK_image_copy_parameters_raw(src, padded);
+  if (is_error(status)) return status;
+  ImageRecord* p = lookup(padded);
+  p->flags &= ~VEK_FLAG_JPEG;
+  p->width = uint32_t(pw);
+  p->height = uint32_t(ph);
+  p->lines_per_strip = uint32_t(ph);
+  status = VEK_image_check(padded);
+  if (is_error(status)) return report(kName, status, "Corrupt image");
+  VEK_image_free_data(padded);
+  status = VEK_image_malloc_a_strip(padded);
+  if (is_error(status)) return status;
+
+  const FormatTraits* t = format_traits(s->format);
+  const size_t bpp = t && t->pixel_bytes ? t->pixel_bytes : 1;
+  const size_t row = size_t(s->width) * bpp;
+  const uint32_t lines = s->lines_per_strip < s->height ? s->lines_per_strip : s->height;
+  for (uint32_t y = 0; y < p->height; ++y) {
+    uint8_t* d = p->data + size_t(y) * p->bytes_per_line;
+    if (y >= lines) {
+      std::memcpy(d, p->data + size_t(lines - 1) * p->bytes_per_line, size_t(pw) * bpp);
+      continue;
+    }
+    std::memcpy(d, s->data + size_t(y) * s->bytes_per_line, row);
+    if (s->format == VEK_YUV422 && s->width >= 2) {
+      // The last pixel of a 4:2:2 line carries its pair's chroma along.
+      const uint8_t* last = d + (size_t(s->width) / 2 - 1) * 4;
+      for (uint64_t x = s->width & ~1u; x < pw; x += 2) {
+        uint8_t* q = d + x * 2;
+        q[0] = last[2], q[1] = last[1], q[2] = last[2], q[3] = last[3];
+      }
+    } else {
+      const uint8_t* last = d + row - bpp;
+      for (uint64_t x = s->width; x < pw; ++x) std::memcpy(d + x * bpp, last, bpp);
+    }
+  }
+  return VEK_OK;
+}
+
+VEK_API uint32_t VEK_JPEG_compress_1_strip(uint32_t src, uint32_t dst) {
+  static const char kName[] = "VEK_JPEG_compress_1_strip";
+  uint32_t status = VEK_image_check(src);
+  if (is_error(status)) return report(kName, status, "Corrupt image");
+  const ImageRecord* s = lookup(src);
+  ImageRecord* d = lookup(dst);
+  if (!d || !d->jpeg) return report(kName, VEK_ERROR_BAD_HANDLE, "Not a JPEG image");
+  const uint32_t format = s->format;
+  if (format != VEK_Y8 && format != VEK_YUV422 && format != VEK_BGR24 && format != VEK_BGRX32)
+    return report(kName, VEK_ERROR_NOT_SUPPORTED, "Unsupported image type/pixel format");
+  const uint32_t mcu_w = format == VEK_Y8 ? 8 : 16;
+  if (s->width % mcu_w || s->height % 8 || s->lines_per_strip < s->height || !s->data)
+    return report(kName, VEK_ERROR_NOT_SUPPORTED, "Image is not padded to whole MCUs");
+  if (!default_tables_ready()) return report(kName, VEK_ERROR_INTERNAL, "Huffman tables not built");
+
+  VEK_JPEG_free_data(dst);
+  status = VEK_JPEG_malloc_data(dst);
+  if (is_error(status)) return status;
+  size_t capacity = data_capacity(dst);
+
+  Tjpeg& j = *d->jpeg;
+  const Quant ql{j.q_table[0], j.q_reciprocal[0]};
+  const Quant qc{j.q_table[1], j.q_reciprocal[1]};
+  BitWriter bw;
+  bw.out = j.data;
+  int32_t pred[3] = {0, 0, 0};
+  alignas(32) int32_t block[64];
+  const size_t pitch = s->bytes_per_line;
+
+  // Colour sources are turned into 4:2:2 one band of 8 lines at a time.
+  uint8_t* band = nullptr;
+  size_t band_pitch = 0;
+  if (format == VEK_BGR24 || format == VEK_BGRX32) {
+    band_pitch = size_t(s->width) * 2;
+    band = static_cast<uint8_t*>(vek::alloc(band_pitch * 8));
+    if (!band) return report(kName, VEK_ERROR_MEMORY | uint32_t((band_pitch * 8) & 0xFFFFu));
+  }
+
+  for (uint32_t y = 0; y < s->height; y += 8) {
+    const uint8_t* rows = s->data + size_t(y) * pitch;
+    size_t rows_pitch = pitch;
+    if (band) {
+      const int bpp = format == VEK_BGR24 ? 3 : 4;
+      for (int r = 0; r < 8; ++r)
+        bgr_to_yuv422_row(rows + r * pitch, band + r * band_pitch, s->width, bpp);
+      rows = band;
+      rows_pitch = band_pitch;
+    }
+    for (uint32_t x = 0; x < s->width; x += mcu_w) {
+      status = ensure_room(dst, bw, kMcuReserve + kTailReserve, capacity);
+      if (is_error(status)) {
+        std::free(band);
+        return report(kName, status);
+      }
+      if (format == VEK_Y8) {
+        load_block(rows + x, rows_pitch, 1, block);
+        encode_block(block, ql, pred[0], g_codes[kDcLuma], g_codes[kAcLuma], bw);
+      } else {
+        const uint8_t* m = rows + size_t(x) * 2;
+        load_block(m, rows_pitch, 2, block);
+        encode_block(block, ql, pred[0], g_codes[kDcLuma], g_codes[kAcLuma], bw);
+        load_block(m + 16, rows_pitch, 2, block);
+        encode_block(block, ql, pred[0], g_codes[kDcLuma], g_codes[kAcLuma], bw);
+        load_block(m + 1, rows_pitch, 4, block);
+        encode_block(block, qc, pred[1], g_codes[kDcChroma], g_codes[kAcChroma], bw);
+        load_block(m + 3, rows_pitch, 4, block);
+        encode_block(block, qc, pred[2], g_codes[kDcChroma], g_codes[kAcChroma], bw);
+      }
+    }
+  }
+  std::free(band);
+  status = ensure_room(dst, bw, kTailReserve, capacity);
+  if (is_error(status)) return report(kName, status);
+  bw.finish();
+  j.data_length = uint32_t(bw.out - j.data);
+  bw.out[0] = 0xFF;
+  bw.out[1] = 0xD9;
+  j.current = j.data;
+  return VEK_OK;
+}
+
+VEK_API uint32_t VEK_JPEG_compress(uint32_t src, uint32_t dst) {
+  static const char kName[] = "VEK_JPEG_compress";
+  uint32_t status = VEK_image_check(src);
+  if (is_error(status)) return report(kName, status, "Corrupt image");
+  const ImageRecord* s = lookup(src);
+  if (s->lines_per_strip != s->height)
+    return report(kName, VEK_ERROR_NOT_SUPPORTED | (s->lines_per_strip & 0xFFFFu),
+                  "This function only supports a complete image");
+  const uint32_t format = s->format;
+  switch (format) {
+    case VEK_Y8: case VEK_RGB24: case VEK_BGR24: case VEK_RGBX32:
+    case VEK_BGRX32: case VEK_XBGR32: case VEK_YUV422: break;
+    default:
+      return report(kName, VEK_ERROR_NOT_SUPPORTED | format, "Unsupported image format");
+  }
+  ImageRecord* d = lookup(dst);
+  if (!d || !d->jpeg) return report(kName, VEK_ERROR_BAD_HANDLE, "Not a JPEG image");
+  const uint32_t width = s->width, height = s->height;
+  VEK_copy_outfilename(dst, src);
+  status = VEK_JPEG_set_image(src, dst);
+  if (is_error(status)) return status;
+  VEK_JPEG_make_Q_tables(dst);
+  VEK_JPEG_set_default_H_tables(dst);
+
+  TempImages temps;
+  uint32_t source = src;
+  const bool pad = height % 8 || width % 8 || (format != VEK_Y8 && width % 16);
+  if (pad) {
+    temps.handles[0] = VEK_image_create();
+    if (is_error(temps.handles[0])) return temps.handles[0];
+    status = VEK_pad_to_MCU_1_strip(src, temps.handles[0]);
+    if (is_error(status)) return status;
+    status = VEK_image_check(temps.handles[0]);
+    if (is_error(status)) return report(kName, status, "hPaddedImage is corrupt");
+    source = temps.handles[0];
+  }
+  if (format == VEK_RGB24 || format == VEK_RGBX32 || format == VEK_XBGR32) {
+    temps.handles[1] = VEK_image_create();
+    if (is_error(temps.handles[1])) return temps.handles[1];
+    status = VEK_convert_to_YUV422(source, temps.handles[1], VEK_STRIP_NEXT);
+    if (is_error(status)) return status;
+    status = VEK_image_check(temps.handles[1]);
+    if (is_error(status)) return report(kName, status, "Corrupt image");
+    source = temps.handles[1];
+  }
+  status = VEK_JPEG_compress_1_strip(source, dst);
+  if (is_error(status)) return status;
+  d = lookup(dst);
+  d->width = width;
+  d->height = height;
+  d->flags |= VEK_FLAG_JPEG;
+  return VEK_OK;
+}
+
+}  // extern "C"

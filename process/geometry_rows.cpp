@@ -1,0 +1,191 @@
+// Scalar row kernels of the geometric operations (the reference versions).
+#include "process/geometry_rows.h"
+
+#include <array>
+#include <cstring>
+
+namespace vek::geometry::rows {
+
+namespace {
+
+template <uint32_t kBytes>
+void mirror_fixed(const uint8_t* src, uint8_t* dst, uint32_t width) {
+  const uint8_t* s = src + size_t(width) * kBytes;
+  for (uint32_t i = 0; i < width; ++i, dst += kBytes) {
+    s -= kBytes;
+    std::memcpy(dst, s, kBytes);
+  }
+}
+
+template <uint32_t kBytes>
+void replicate_fixed(const uint8_t* src, uint8_t* dst, uint32_t width, uint32_t factor) {
+  for (uint32_t i = 0; i < width; ++i, src += kBytes)
+    for (uint32_t r = 0; r < factor; ++r, dst += kBytes) std::memcpy(dst, src, kBytes);
+}
+
+inline uint32_t sample(const uint8_t* line, size_t index, bool wide) {
+  if (!wide) return line[index];
+  uint16_t v;
+  std::memcpy(&v, line + 2 * index, 2);
+  return v;
+}
+
+}  // namespace
+
+void mirror(const uint8_t* src, uint8_t* dst, uint32_t width, uint32_t bytes) {
+  switch (bytes) {
+    case 1: mirror_fixed<1>(src, dst, width); break;
+    case 2: mirror_fixed<2>(src, dst, width); break;
+    case 3: mirror_fixed<3>(src, dst, width); break;
+    case 4: mirror_fixed<4>(src, dst, width); break;
+    default: break;
+  }
+}
+
+void mirror_yuv(const uint8_t* src, uint8_t* dst, uint32_t width) {
+  const uint32_t pairs = width / 2;
+  for (uint32_t k = 0; k < pairs; ++k) {
+    const uint8_t* s = src + 4 * size_t(pairs - 1 - k);
+    dst[4 * size_t(k) + 1] = s[1];
+    dst[4 * size_t(k) + 3] = s[3];
+  }
+  if (width & 1u) dst[2 * size_t(width) - 1] = src[2 * size_t(width) - 1];
+  for (uint32_t k = 0; k < width; ++k) dst[2 * size_t(k)] = src[2 * size_t(width - 1 - k)];
+}
+
+void gather(const uint8_t* src, ptrdiff_t step, uint8_t* dst, uint32_t count, uint32_t bytes) {
+  switch (bytes) {
+    case 1:
+      for (uint32_t i = 0; i < count; ++i, src += step) dst[i] = *src;
+      break;
+    case 2:
+      for (uint32_t i = 0; i < count; ++i, src += step, dst += 2) std::memcpy(dst, src, 2);
+      break;
+    case 3:
+      for (uint32_t i = 0; i < count; ++i, src += step, dst += 3) std::memcpy(dst, src, 3);
+      break;
+    case 4:
+      for (uint32_t i = 0; i < count; ++i, src += step, dst += 4) std::memcpy(dst, src, 4);
+      break;
+    default: break;
+  }
+}
+
+const uint16_t* scale_table() {
+  // 256 sample values x 257 weights j = 0..256: the product p * (256 - j) / 256,
+  // truncated, so that an interpolated sample is two look-ups and one addition.
+  static const std::array<uint16_t, 256 * 257> table = [] {
+    std::array<uint16_t, 256 * 257> t{};
+    for (uint32_t p = 0; p < 256; ++p)
+      for (uint32_t j = 0; j <= 256; ++j) t[p * 257 + j] = uint16_t((p * (256 - j)) >> 8);
+    return t;
+  }();
+  return table.data();
+}
+
+void scale_horizontal(const uint8_t* src, uint32_t in_width, uint8_t* dst, uint32_t out_width,
+                      uint32_t step, uint32_t channels, const uint16_t* table) {
+  const uint32_t last = in_width - 1;
+  uint32_t a = 0;
+  for (uint32_t o = 0; o < out_width; ++o, a += step, dst += channels) {
+    uint32_t i = a >> 13;
+    const uint32_t f = (a >> 5) & 255u;
+    // The right neighbour is read even at the last column; it is clamped to the
+    // last pixel rather than taken from whatever follows the line in memory.
+    const uint32_t i1 = i + 1 > last ? last : i + 1;
+    if (i > last) i = last;
+    const uint8_t* p0 = src + size_t(i) * channels;
+    const uint8_t* p1 = src + size_t(i1) * channels;
+    for (uint32_t c = 0; c < channels; ++c)
+      dst[c] = uint8_t(table[p0[c] * 257u + f] + table[p1[c] * 257u + (256u - f)]);
+  }
+}
+
+void scale_vertical(const uint8_t* upper, const uint8_t* lower, uint8_t* dst, size_t count,
+                    uint32_t f, const uint16_t* table) {
+  const uint16_t* tu = table + f;
+  const uint16_t* tl = table + (256u - f);
+  for (size_t k = 0; k < count; ++k) dst[k] = uint8_t(tu[upper[k] * 257u] + tl[lower[k] * 257u]);
+}
+
+void pick(const uint8_t* src, uint8_t* dst, uint32_t out_width, uint32_t factor, uint32_t bytes) {
+  const size_t step = size_t(factor) * bytes;
+  for (uint32_t k = 0; k < out_width; ++k, src += step, dst += bytes) std::memcpy(dst, src, bytes);
+}
+
+void pick_yuv(const uint8_t* src, uint8_t* dst, uint32_t out_pairs, uint32_t factor) {
+  for (uint32_t k = 0; k < out_pairs; ++k, dst += 4) {
+    const size_t first = 2 * size_t(factor) * k;  // pixel 2fk opens pair fk
+    const uint8_t* pair = src + 2 * first;
+    dst[0] = pair[0];
+    dst[1] = pair[1];
+    dst[2] = src[2 * (first + factor)];
+    dst[3] = pair[3];
+  }
+}
+
+void bin(const uint8_t* src, size_t pitch, uint8_t* dst, uint32_t count, uint32_t factor,
+         uint32_t unit, uint32_t first, uint32_t channels) {
+  const uint64_t area = uint64_t(factor) * factor;
+  const size_t span = size_t(factor) * unit;
+  for (uint32_t k = 0; k < count; ++k, src += span, dst += unit) {
+    for (uint32_t c = first; c < first + channels; ++c) {
+      uint64_t sum = 0;
+      const uint8_t* line = src + c;
+      for (uint32_t dy = 0; dy < factor; ++dy, line += pitch)
+        for (uint32_t dx = 0; dx < factor; ++dx) sum += line[size_t(dx) * unit];
+      dst[c] = uint8_t(sum / area);
+    }
+  }
+}
+
+void replicate(const uint8_t* src, uint8_t* dst, uint32_t width, uint32_t factor, uint32_t bytes) {
+  switch (bytes) {
+    case 1: replicate_fixed<1>(src, dst, width, factor); break;
+    case 2: replicate_fixed<2>(src, dst, width, factor); break;
+    case 3: replicate_fixed<3>(src, dst, width, factor); break;
+    case 4: replicate_fixed<4>(src, dst, width, factor); break;
+    default: break;
+  }
+}
+
+void replicate_yuv(const uint8_t* src, uint8_t* dst, uint32_t pairs, uint32_t factor) {
+  for (uint32_t p = 0; p < pairs; ++p, src += 4) {
+    // The pair becomes 2f pixels = f pairs: f copies of Y0, then f of Y1.
+    for (uint32_t q = 0; q < 2 * factor; ++q) dst[2 * size_t(q)] = q < factor ? src[0] : src[2];
+    for (uint32_t j = 0; j < factor; ++j) {
+      dst[4 * size_t(j) + 1] = src[1];
+      dst[4 * size_t(j) + 3] = src[3];
+    }
+    dst += 4 * size_t(factor);
+  }
+}
+
+void zoom(const uint8_t* upper, const uint8_t* lower, uint8_t* dst, uint32_t out_width,
+          uint32_t x, uint32_t last, const uint16_t* w0, const uint16_t* w1, const uint16_t* adv,
+          uint32_t wy0, uint32_t wy1, uint32_t channels, bool wide) {
+  uint32_t c = x;
+  for (uint32_t i = 0; i < out_width; ++i) {
+    const size_t c0 = c > last ? last : c;
+    const size_t c1 = c >= last ? last : c + 1;
+    for (uint32_t ch = 0; ch < channels; ++ch) {
+      const uint64_t top =
+          (sample(upper, c0 * channels + ch, wide) * uint64_t(w0[i]) +
+           sample(upper, c1 * channels + ch, wide) * uint64_t(w1[i])) >> 15;
+      const uint64_t bottom =
+          (sample(lower, c0 * channels + ch, wide) * uint64_t(w0[i]) +
+           sample(lower, c1 * channels + ch, wide) * uint64_t(w1[i])) >> 15;
+      const uint64_t out = (top * wy0 + bottom * wy1) >> 15;
+      const size_t o = size_t(i) * channels + ch;
+      if (wide) {
+        const uint16_t v = uint16_t(out);
+        std::memcpy(dst + 2 * o, &v, 2);
+      } else {
+        dst[o] = uint8_t(out);
+      }
+    }
+    if (adv[i] == 1 && c <= last) ++c;
+  }
+}
+
+}  // namespace vek::geometry::rows

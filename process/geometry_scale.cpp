@@ -1,0 +1,170 @@
+// Linear-interpolation resize of Y8 and RGB24 images, strip by strip, with Q13 steps,
+// the process-wide product table and the last line of a strip carried to the next.
+#include <cstdlib>
+#include <cstring>
+
+#include "core/alloc.h"
+#include "process/geometry_internal.h"
+#include "process/geometry_rows.h"
+
+using namespace vek;
+using namespace vek::geometry;
+
+namespace {
+
+// Every error of the entry point goes out under this name, by long-standing convention
+// of this function; its strip worker reports under its own name.
+constexpr char kEntryName[] = "VEK_IP_threshold_grayscale";
+constexpr char kWorkerName[] = "VEK_IP_scale_1_strip";
+constexpr uint32_t kOne = 1u << 13;  // 1.0 in the Q13 steps
+
+constexpr FormatRule kScaleFormats{format_set({VEK_RGB24, VEK_Y8}), "Supports RGB24 & Y8 only",
+                                   false};
+
+StripSequence g_scale_sequence;
+
+// Process-wide scaling state: one scaling sequence at a time.
+struct ScaleState {
+  uint32_t x_step = 0;
+  uint32_t y_step = 0;
+  uint32_t y_acc = 0;
+  uint32_t produced = 0;
+  uint32_t fraction = 0;  // vertical weights are (256 - fraction, fraction) in table terms
+  uint32_t new_width = 0;
+  uint8_t* saved = nullptr;  // last horizontally scaled line of the previous strip
+  bool saved_valid = false;
+};
+ScaleState g_scale;
+
+void drop_saved_line() {
+  std::free(g_scale.saved);
+  g_scale.saved = nullptr;
+  g_scale.saved_valid = false;
+}
+
+uint32_t setup(uint32_t input, uint32_t output, const ImageRecord& in, uint32_t new_width,
+               uint32_t new_height) {
+  // The vertical step divides by new height - 1, and the line count per strip by the
+  // step itself: sizes that would make either zero are refused here.
+  if (new_width == 0 || new_height < 2 || in.width == 0 || in.height < 2)
+    return report(kEntryName, VEK_ERROR_BAD_PARAMETER, "Unsupported scaling size");
+  const uint32_t y_step = ((in.height - 1) << 13) / (new_height - 1);
+  if (y_step == 0) return report(kEntryName, VEK_ERROR_BAD_PARAMETER, "Unsupported scaling size");
+  uint32_t status = VEK_image_copy_parameters(input, output);
+  if (is_error(status)) return status;
+  ImageRecord* out = lookup(output);
+  out->width = new_width;
+  out->height = new_height;
+  status = check_output(kEntryName, output);
+  if (is_error(status)) return status;
+  drop_saved_line();
+  g_scale.x_step = (in.width << 13) / new_width;
+  g_scale.y_step = y_step;
+  g_scale.y_acc = 0;
+  g_scale.produced = 0;
+  g_scale.fraction = 0;
+  g_scale.new_width = new_width;
+  return VEK_OK;
+}
+
+uint32_t scale_1_strip(const ImageRecord& in, uint32_t output, const StripSequence::Strip& strip) {
+  ScaleState& st = g_scale;
+  uint32_t status = require_data(kWorkerName, in);
+  if (is_error(status)) return status;
+  const uint32_t s = strip.first_line, L = strip.lines;
+  const ImageRecord* described = lookup(output);
+  if (!described) return report(kWorkerName, VEK_ERROR_BAD_HANDLE, "Output image does not exist");
+  // Output lines whose source position falls on this strip's lines, signed so that a
+  // strip holding none of them gives no lines rather than wrapping around.
+  const int64_t span = (int64_t(L) + s - 1) * kOne - int64_t(st.produced) * st.y_step;
+  int64_t n = span < 0 ? 0 : span / st.y_step + 1;
+  // The floor in the step can place one line more than the height at the very end.
+  const int64_t room = int64_t(described->height) - st.produced;
+  if (n > room) n = room < 0 ? 0 : room;
+  if (L == 0 || n == 0)
+    return report(kWorkerName, VEK_ERROR_INTERNAL, "Internal: Not enough lines to process");
+
+  const uint32_t channels = in.format == VEK_RGB24 ? 3 : 1;
+  ImageRecord* out = nullptr;
+  status = fresh_strip(kWorkerName, output, uint32_t(n), out);
+  if (is_error(status)) return status;
+  const size_t pitch = out->bytes_per_line;
+  const size_t row = size_t(st.new_width) * channels;
+  if (row > pitch) return report(kWorkerName, VEK_ERROR_INTERNAL, "Output geometry changed");
+
+  size_t work_size = 0;
+  uint8_t* work = checked_size(L, pitch, 1, work_size, SIZE_MAX)
+                      ? static_cast<uint8_t*>(vek::alloc(work_size))
+                      : nullptr;
+  if (!work) return report(kWorkerName, VEK_ERROR_MEMORY, "Malloc fail - no memory?");
+  const uint16_t* table = rows::scale_table();
+
+  // Horizontal pass: every input line of the strip at the new width.
+  for (uint32_t line = 0; line < L; ++line)
+    rows::scale_horizontal(in.data + size_t(line) * in.bytes_per_line, in.width,
+                           work + line * pitch, st.new_width, st.x_step, channels, table);
+
+  // Vertical pass.
+  for (uint32_t k = 0; k < n; ++k) {
+    const uint8_t* upper;
+    const uint8_t* lower;
+    if (st.saved_valid && st.saved) {
+      upper = st.saved;
+      lower = work;
+      st.saved_valid = ((s << 13) - (st.produced + k + 1) * st.y_step - 1) < kOne;
+    } else {
+      int64_t at = int64_t((st.produced + k) * st.y_step >> 13) - s;
+      if (at < 0) at = 0;
+      if (at > int64_t(L) - 1) at = L - 1;
+      upper = work + size_t(at) * pitch;
+      lower = at + 1 < int64_t(L) ? upper + pitch : upper;  // the image's last line has no successor
+    }
+    rows::scale_vertical(upper, lower, out->data + k * pitch, row, st.fraction, table);
+    st.y_acc += st.y_step;
+    st.fraction = (st.y_acc >> 5) & 255u;
+  }
+  st.produced += uint32_t(n);
+
+  // Carry the strip's last line when the next output line lies between it and the
+  // first line of the next strip.
+  status = VEK_OK;
+  if (((L + s) << 13) - st.y_step * st.produced - 1 > kOne - 1) {
+    st.saved_valid = false;
+  } else {
+    std::free(st.saved);
+    st.saved = static_cast<uint8_t*>(vek::alloc(row));
+    if (st.saved) {
+      std::memcpy(st.saved, work + size_t(L - 1) * pitch, row);
+      st.saved_valid = true;
+    } else {
+      st.saved_valid = false;
+      status = report(kWorkerName, VEK_ERROR_MEMORY, "Malloc fail - no memory?");
+    }
+  }
+  std::free(work);
+  return status;
+}
+
+}  // namespace
+
+extern "C" {
+
+VEK_API uint32_t VEK_IP_scale(uint32_t input, uint32_t output, uint32_t new_width,
+                              uint32_t new_height, uint32_t mode) {
+  ImageRecord* in = nullptr;
+  bool finished = false;
+  uint32_t status = front_end(kEntryName, input, output, kScaleFormats, in, finished);
+  if (is_error(status) || finished) return status;
+  if (mode == VEK_STRIP_NEXT && new_width == in->width && new_height == in->height)
+    return VEK_image_copy(input, output);
+  (void)rows::scale_table();  // built once, on the first call ever
+  status = run_strip(
+      g_scale_sequence, mode, *in,
+      [&] { return setup(input, output, *in, new_width, new_height); },
+      [&](const StripSequence::Strip& strip) { return scale_1_strip(*in, output, strip); });
+  // The carried line is only needed inside a sequence.
+  if (g_scale_sequence.idle()) drop_saved_line();
+  return status;
+}
+
+}  // extern "C"

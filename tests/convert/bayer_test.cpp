@@ -1,0 +1,436 @@
+// Bayer family: demosaicing against a per-pixel reference written from the rules,
+// half size, balance, mosaicking, the views, the plane split and the failure paths.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "convert/bayer.h"
+#include "core/alloc.h"
+#include "support/recorder.h"
+
+namespace {
+
+using vektest::ErrorRecorder;
+using vektest::make_image;
+
+// Filter colours of the four phases, [phase-1][line parity][column parity]: 0 R, 1 G, 2 B.
+const int kLayout[4][2][2] = {{{0, 1}, {1, 2}}, {{1, 0}, {2, 1}}, {{1, 2}, {0, 1}}, {{2, 1}, {1, 0}}};
+
+struct Mosaic {
+  uint32_t w, h;
+  std::vector<uint8_t> s;
+  int at(int x, int y) const { return s[size_t(y) * w + size_t(x)]; }
+};
+
+Mosaic random_mosaic(uint32_t w, uint32_t h, uint32_t seed) {
+  return Mosaic{w, h, vektest::random_bytes(size_t(w) * h, seed)};
+}
+
+// Index reflection about the edge pixel; a single-pixel dimension reads itself.
+int reflect(int i, int n) {
+  if (n == 1) return 0;
+  if (i < 0) return -i;
+  if (i >= n) return 2 * (n - 1) - i;
+  return i;
+}
+
+// Reference demosaic of one pixel, straight from the rules: returns R, G, B.
+std::array<int, 3> reference_pixel(const Mosaic& m, int phase, int scheme, int x, int y) {
+  const int W = int(m.w), H = int(m.h);
+  auto S = [&](int dx, int dy) { return m.at(reflect(x + dx, W), reflect(y + dy, H)); };
+  auto mean4 = [&](int a, int b, int c, int d) {
+    if (scheme == 2) return (a + b + c + d) >> 2;
+    std::array<int, 4> v{a, b, c, d};
+    std::sort(v.begin(), v.end());
+    return (v[1] + v[2]) >> 1;
+  };
+  const int own = kLayout[phase - 1][y & 1][x & 1];
+  const int line_colour = own == 1 ? kLayout[phase - 1][y & 1][(x + 1) & 1] : own;
+  const int other = 2 - line_colour;
+  std::array<int, 3> rgb{};
+  rgb[own] = m.at(x, y);
+  if (scheme == 1) {
+    const int partner = (x & 1) ? -1 : 1;
+    const int up = y > 0 ? -1 : 1;
+    if (own != 1) {
+      rgb[1] = S(partner, 0);
+      rgb[other] = S(partner, up);
+    } else {
+      rgb[line_colour] = S(partner, 0);
+      rgb[other] = S(0, up);
+    }
+  } else if (own != 1) {
+    rgb[1] = mean4(S(-1, 0), S(1, 0), S(0, -1), S(0, 1));
+    rgb[other] = mean4(S(-1, -1), S(1, -1), S(-1, 1), S(1, 1));
+  } else {
+    rgb[line_colour] = (S(-1, 0) + S(1, 0)) >> 1;
+    rgb[other] = (S(0, -1) + S(0, 1)) >> 1;
+  }
+  return rgb;
+}
+
+uint32_t mosaic_image(const Mosaic& m, uint32_t format = VEK_RGGB32, uint32_t align = 2) {
+  const uint32_t h = make_image(format, m.w, m.h, 0, align);
+  auto* data = static_cast<uint8_t*>(VEK_image_get_ptr(h, VEK_PTR_DATA));
+  const uint32_t bpl = VEK_get_bytes_per_line(h);
+  for (uint32_t y = 0; y < m.h; ++y) std::memcpy(data + size_t(y) * bpl, &m.s[size_t(y) * m.w], m.w);
+  return h;
+}
+
+const uint8_t* pixel(uint32_t handle, uint32_t x, uint32_t y, uint32_t bytes) {
+  auto* data = static_cast<const uint8_t*>(VEK_image_get_ptr(handle, VEK_PTR_DATA));
+  return data + size_t(y) * VEK_get_bytes_per_line(handle) + size_t(x) * bytes;
+}
+
+uint32_t pack565(int r, int g, int b) { return (r & 0xF8) << 8 | (g & 0xFC) << 3 | b >> 3; }
+
+// Every pixel of every scheme, phase and output matches the reference, over sizes that
+// exercise the first pair, the main loop and both odd and even tails.
+TEST(BayerDemosaic, MatchesReferenceEverywhere) {
+  ErrorRecorder rec;
+  const uint32_t sizes[][2] = {{1, 1}, {1, 5}, {5, 1}, {2, 2}, {3, 3}, {4, 5}, {7, 4}, {9, 6}, {33, 9}};
+  uint32_t seed = 1;
+  for (auto [w, h] : sizes) {
+    const Mosaic m = random_mosaic(w, h, seed++);
+    const uint32_t src = mosaic_image(m, seed & 1 ? VEK_RGGB32 : VEK_Y8, seed % 3 == 0 ? 4 : 2);
+    const uint32_t dst = VEK_image_create();
+    for (int scheme = 1; scheme <= 3; ++scheme) {
+      for (int phase = 1; phase <= 4; ++phase) {
+        ASSERT_EQ(VEK_BAY_RGGB32_to_BGRX32(src, dst, scheme, phase, VEK_STRIP_NEXT), 0u);
+        ASSERT_EQ(VEK_image_get_parameter(dst, VEK_PARAM_FORMAT), uint32_t(VEK_BGRX32));
+        for (uint32_t y = 0; y < h; ++y) {
+          for (uint32_t x = 0; x < w; ++x) {
+            const auto e = reference_pixel(m, phase, scheme, int(x), int(y));
+            const uint8_t* p = pixel(dst, x, y, 4);
+            ASSERT_EQ((std::array<int, 4>{p[2], p[1], p[0], p[3]}),
+                      (std::array<int, 4>{e[0], e[1], e[2], 0}))
+                << w << "x" << h << " scheme " << scheme << " phase " << phase << " at " << x
+                << "," << y;
+          }
+        }
+        ASSERT_EQ(VEK_BAY_RGGB32_to_RGB16(src, dst, scheme, phase, VEK_STRIP_NEXT), 0u);
+        for (uint32_t y = 0; y < h; ++y) {
+          for (uint32_t x = 0; x < w; ++x) {
+            const auto e = reference_pixel(m, phase, scheme, int(x), int(y));
+            const uint8_t* p = pixel(dst, x, y, 2);
+            ASSERT_EQ(uint32_t(p[0] | p[1] << 8), pack565(e[0], e[1], e[2]))
+                << w << "x" << h << " scheme " << scheme << " phase " << phase;
+          }
+        }
+      }
+    }
+    VEK_image_destroy(src);
+    VEK_image_destroy(dst);
+  }
+  EXPECT_EQ(rec.count(), 0u);
+}
+
+TEST(BayerDemosaic, FirstPixelUsesOnlyExistingNeighbours) {
+  ErrorRecorder rec;
+  const Mosaic m = random_mosaic(6, 4, 99);
+  const uint32_t src = mosaic_image(m), dst = VEK_image_create();
+  ASSERT_EQ(VEK_BAY_RGGB32_to_BGRX32(src, dst, 2, VEK_BAYER_RGGB, VEK_STRIP_NEXT), 0u);
+  const uint8_t* p = pixel(dst, 0, 0, 4);
+  EXPECT_EQ(p[2], m.at(0, 0));
+  EXPECT_EQ(p[1], (m.at(1, 0) + m.at(0, 1)) >> 1);
+  EXPECT_EQ(p[0], m.at(1, 1));
+  VEK_image_destroy(src);
+  VEK_image_destroy(dst);
+}
+
+TEST(BayerDemosaic, UniformMosaicIsGreyEverywhere) {
+  ErrorRecorder rec;
+  for (int v : {0, 1, 77, 128, 254, 255}) {
+    const Mosaic m{5, 3, std::vector<uint8_t>(15, uint8_t(v))};
+    const uint32_t src = mosaic_image(m), dst = VEK_image_create();
+    for (uint32_t scheme = 1; scheme <= 3; ++scheme) {
+      for (uint32_t phase = 1; phase <= 4; ++phase) {
+        ASSERT_EQ(VEK_BAY_RGGB32_to_BGRX32(src, dst, scheme, phase, VEK_STRIP_NEXT), 0u);
+        for (uint32_t i = 0; i < 15; ++i) {
+          const uint8_t* p = pixel(dst, i % 5, i / 5, 4);
+          ASSERT_TRUE(p[0] == v && p[1] == v && p[2] == v) << v << " " << scheme << " " << phase;
+        }
+        ASSERT_EQ(VEK_BAY_RGGB32_to_RGB16(src, dst, scheme, phase, VEK_STRIP_NEXT), 0u);
+        const uint8_t* q = pixel(dst, 4, 2, 2);
+        ASSERT_EQ(uint32_t(q[0] | q[1] << 8), pack565(v, v, v));
+      }
+    }
+    VEK_image_destroy(src);
+    VEK_image_destroy(dst);
+  }
+}
+
+// The SIMD drivers, where built, give the scalar ones' bytes.
+TEST(BayerDemosaic, SimdMatchesScalar) {
+  using vek::bayer::Output;
+  for (uint32_t w : {1u, 2u, 3u, 15u, 16u, 17u, 31u, 32u, 33u, 34u, 63u, 64u, 67u, 130u}) {
+    const uint32_t h = 5, ss = w + 3, ds = 4 * w + 8;
+    std::vector<uint8_t> src = vektest::random_bytes(size_t(ss) * h, w);
+    for (int scheme = 1; scheme <= 3; ++scheme) {
+      for (int phase = 1; phase <= 4; ++phase) {
+        for (Output o : {Output::Bgrx32, Output::Rgb16}) {
+          auto simd = vek::bayer::demosaic_driver(scheme, phase, o, true);
+          auto scalar = vek::bayer::demosaic_driver(scheme, phase, o, false);
+          std::vector<uint8_t> a(size_t(ds) * h, 0xA5), b(size_t(ds) * h, 0xA5);
+          simd(src.data(), ss, a.data(), ds, w, h);
+          scalar(src.data(), ss, b.data(), ds, w, h);
+          ASSERT_EQ(a, b) << "width " << w << " scheme " << scheme << " phase " << phase;
+        }
+      }
+    }
+  }
+}
+
+// Mosaicking a smooth colour image and demosaicing it bilinearly gives it back closely.
+TEST(BayerDemosaic, RoundTripOfSmoothRamps) {
+  ErrorRecorder rec;
+  const uint32_t w = 64, h = 48;
+  const uint32_t rgb = make_image(VEK_RGB24, w, h);
+  auto ramp = [](uint32_t x, uint32_t y) {
+    return std::array<int, 3>{int(x * 3 + 20), int(200 - y * 3), int((x + y) * 2)};
+  };
+  for (uint32_t y = 0; y < h; ++y) {
+    for (uint32_t x = 0; x < w; ++x) {
+      auto* p = const_cast<uint8_t*>(pixel(rgb, x, y, 3));
+      const auto c = ramp(x, y);
+      p[0] = uint8_t(c[0]), p[1] = uint8_t(c[1]), p[2] = uint8_t(c[2]);
+    }
+  }
+  const uint32_t mos = VEK_image_create(), out = VEK_image_create();
+  ASSERT_EQ(VEK_BAY_RGB24_to_RGGB32(rgb, mos, VEK_STRIP_NEXT), 0u);
+  ASSERT_EQ(VEK_IP_Bayer_Convert_to_BGRX32(mos, out, 2, nullptr, 0, VEK_BAYER_RGGB), 0u);
+  int worst = 0;
+  for (uint32_t y = 1; y + 1 < h; ++y) {
+    for (uint32_t x = 1; x + 1 < w; ++x) {
+      const uint8_t* p = pixel(out, x, y, 4);
+      const auto c = ramp(x, y);
+      worst = std::max({worst, std::abs(p[2] - c[0]), std::abs(p[1] - c[1]), std::abs(p[0] - c[2])});
+    }
+  }
+  EXPECT_LE(worst, 1);
+  for (uint32_t hd : {rgb, mos, out}) VEK_image_destroy(hd);
+}
+
+// Strip-wise mosaicking and views keep the reference phase across strips.
+TEST(BayerViews, StripsKeepLineParity) {
+  ErrorRecorder rec;
+  const uint32_t w = 5, h = 7, lines = 3;
+  const std::vector<uint8_t> full = vektest::random_bytes(size_t(w) * h * 3, 7);
+  const uint32_t rgb = make_image(VEK_RGB24, w, h, lines);
+  const uint32_t mos = VEK_image_create();
+  std::vector<uint8_t> got;
+  for (uint32_t first = 0; first < h; first += lines) {
+    ASSERT_EQ(VEK_get_lines_this_strip(rgb), lines);
+    auto* d = static_cast<uint8_t*>(VEK_image_get_ptr(rgb, VEK_PTR_DATA));
+    const uint32_t n = std::min(lines, h - first);
+    for (uint32_t y = 0; y < n; ++y) {
+      std::memcpy(d + y * VEK_get_bytes_per_line(rgb), &full[(first + y) * w * 3], w * 3);
+    }
+    ASSERT_EQ(VEK_BAY_RGB24_to_RGGB32(rgb, mos, VEK_STRIP_NEXT), 0u);
+    ASSERT_EQ(VEK_get_lines_this_strip(mos), n);
+    for (uint32_t y = 0; y < n; ++y) {
+      const uint8_t* p = pixel(mos, 0, y, 1);
+      got.insert(got.end(), p, p + w);
+    }
+  }
+  ASSERT_EQ(VEK_get_lines_this_strip(rgb), h - 6);  // trimmed on the last strip
+  for (uint32_t y = 0; y < h; ++y) {
+    for (uint32_t x = 0; x < w; ++x) {
+      EXPECT_EQ(got[y * w + x], full[(y * w + x) * 3 + (y & 1) + (x & 1)]) << x << "," << y;
+    }
+  }
+
+  // The two views of a whole mosaic.
+  const Mosaic m{w, h, got};
+  const uint32_t src = mosaic_image(m), view = VEK_image_create();
+  ASSERT_EQ(VEK_IP_Bayer_Map_to_RGB24(src, view, 0), 0u);
+  for (uint32_t y = 0; y < h; ++y) {
+    for (uint32_t x = 0; x < w; ++x) {
+      uint8_t e[3] = {0, 0, 0};
+      e[(y & 1) + (x & 1)] = uint8_t(m.at(int(x), int(y)));
+      EXPECT_EQ(std::memcmp(pixel(view, x, y, 3), e, 3), 0);
+    }
+  }
+  ASSERT_EQ(VEK_BAY_RGGB32_map_to_Y8(src, view, VEK_STRIP_NEXT), 0u);
+  EXPECT_EQ(VEK_image_get_parameter(view, VEK_PARAM_FORMAT), uint32_t(VEK_Y8));
+  for (uint32_t y = 0; y < h; ++y) EXPECT_EQ(std::memcmp(pixel(view, 0, y, 1), &got[y * w], w), 0);
+  // An offset moves the start; samples that would lie past the strip read as 0.
+  const uint32_t bpl = VEK_get_bytes_per_line(src);
+  ASSERT_EQ(VEK_BAY_RGGB32_map_to_RGB24(src, view, bpl + 1, VEK_STRIP_NEXT), 0u);
+  EXPECT_EQ(pixel(view, 0, 0, 3)[0], m.at(1, 1));  // line 1's samples in line 0's channels
+  EXPECT_EQ(pixel(view, 1, 0, 3)[1], m.at(2, 1));
+  const uint8_t* last = pixel(view, 0, h - 1, 3);
+  EXPECT_EQ(last[0] | last[1] | last[2] | last[3 * (w - 1)], 0);
+  for (uint32_t hd : {rgb, mos, src, view}) VEK_image_destroy(hd);
+  EXPECT_EQ(rec.count(), 0u);
+}
+
+TEST(BayerCells, HalfSizeAndPlanesFollowThePhase) {
+  ErrorRecorder rec;
+  const Mosaic m = random_mosaic(8, 6, 3);
+  const uint32_t src = mosaic_image(m, VEK_Y8), half = VEK_image_create();
+  const uint32_t p[3] = {VEK_image_create(), VEK_image_create(), VEK_image_create()};
+  for (int phase = 1; phase <= 4; ++phase) {
+    ASSERT_EQ(VEK_IP_Bayer_Convert_to_BGRX32(src, half, 4, nullptr, 0, phase), 0u);
+    ASSERT_EQ(VEK_get_width(half), 4u);
+    ASSERT_EQ(VEK_get_height(half), 3u);
+    ASSERT_EQ(VEK_IP_Bayer_Convert_to_ThreePlanes(src, p[0], p[1], p[2], phase), 0u);
+    for (uint32_t y = 0; y < m.h; ++y) {
+      for (uint32_t x = 0; x < m.w; ++x) {
+        const int cx = int(x & ~1u), cy = int(y & ~1u);
+        int cell[3] = {};  // the cell's red and blue, and this line's green
+        for (int dy = 0; dy < 2; ++dy) {
+          for (int dx = 0; dx < 2; ++dx) {
+            const int c = kLayout[phase - 1][dy][dx];
+            if (c != 1) cell[c] = m.at(cx + dx, cy + dy);
+            if (c == 1 && dy == int(y & 1)) cell[1] = m.at(cx + dx, cy + dy);
+          }
+        }
+        for (int ch = 0; ch < 3; ++ch) {
+          uint8_t e[3] = {0, 0, 0};
+          e[ch] = uint8_t(cell[ch]);
+          ASSERT_EQ(std::memcmp(pixel(p[ch], x, y, 3), e, 3), 0) << phase << " " << ch;
+        }
+        if ((x & 1) || (y & 1)) continue;
+        const uint8_t* q = pixel(half, x / 2, y / 2, 4);
+        ASSERT_EQ((std::array<int, 4>{q[0], q[1], q[2], q[3]}),
+                  (std::array<int, 4>{cell[2], cell[1], cell[0], 0}));
+      }
+    }
+  }
+  VEK_image_destroy(src);
+  VEK_image_destroy(half);
+  for (uint32_t hd : p) VEK_image_destroy(hd);
+
+  const uint32_t big = make_image(VEK_RGGB32, 640, 480), out = VEK_image_create();
+  ASSERT_EQ(VEK_IP_Bayer_Convert_to_BGRX32_Sub2(big, out, 1), 0u);
+  EXPECT_EQ(VEK_get_width(out), 320u);
+  EXPECT_EQ(VEK_get_height(out), 240u);
+  EXPECT_EQ(VEK_image_get_parameter(out, VEK_PARAM_FORMAT), uint32_t(VEK_BGRX32));
+  VEK_image_destroy(big);
+  VEK_image_destroy(out);
+}
+
+TEST(BayerBalance, ScalesByReferencePositionAndSaturates) {
+  ErrorRecorder rec;
+  const Mosaic m = random_mosaic(7 + 1, 6, 11);
+  const uint32_t src = mosaic_image(m), dst = VEK_image_create();
+  const uint32_t gains[][3] = {{128, 128, 128}, {255, 128, 0}, {64, 200, 255}, {0x1FF, 1, 129}};
+  for (auto& g : gains) {
+    ASSERT_EQ(VEK_BAY_ColorBalance(src, dst, g[0], g[1], g[2]), 0u);
+    for (uint32_t y = 0; y < m.h; ++y) {
+      for (uint32_t x = 0; x < m.w; ++x) {
+        const uint32_t gain = g[(y & 1) + (x & 1)] & 0xFF;
+        const uint32_t e = std::min<uint32_t>((m.at(int(x), int(y)) * gain) >> 7, 255);
+        ASSERT_EQ(*pixel(dst, x, y, 1), e) << g[0] << " " << x << "," << y;
+      }
+    }
+  }
+  // In place, a red sample of 200 with gain 255 saturates.
+  auto* d = static_cast<uint8_t*>(VEK_image_get_ptr(src, VEK_PTR_DATA));
+  d[0] = 200;
+  ASSERT_EQ(VEK_BAY_ColorBalance(src, src, 255, 128, 128), 0u);
+  EXPECT_EQ(d[0], 255);
+  EXPECT_EQ(d[1], m.at(1, 0));
+  VEK_image_destroy(src);
+  VEK_image_destroy(dst);
+}
+
+TEST(BayerFailures, MessagesAndCodes) {
+  const uint32_t mos = make_image(VEK_RGGB32, 6, 4), odd = make_image(VEK_RGGB32, 5, 4);
+  const uint32_t rgb = make_image(VEK_RGB24, 4, 4), dst = VEK_image_create();
+  struct Case {
+    uint32_t status;
+    const char* fn;
+    uint32_t code;
+    const char* msg;
+  };
+  const char* kBgrx = "VEK_BAY_RGGB32_to_BGRX32";
+  const char* kSub2 = "VEK_IP_Bayer_Convert_to_BGRX32_Sub2";
+  auto run = [&](auto&& call, const char* fn, uint32_t code, const char* msg) {
+    ErrorRecorder rec;
+    EXPECT_EQ(call(), code) << fn << " " << msg;
+    EXPECT_TRUE(rec.only(fn, code, msg)) << fn << ": " << rec.last().function << " / " << rec.last().message;
+  };
+  const uint32_t kBad = VEK_ERROR_BAD_PARAMETER, kNo = VEK_ERROR_NOT_SUPPORTED;
+  run([&] { return VEK_BAY_RGGB32_to_BGRX32(mos, dst, 0, 1, 3); }, kBgrx, kBad, "Invalid Bayer Decoding Scheme");
+  run([&] { return VEK_BAY_RGGB32_to_BGRX32(mos, dst, 4, 1, 3); }, kBgrx, kBad, "Invalid Bayer Decoding Scheme");
+  run([&] { return VEK_BAY_RGGB32_to_RGB16(mos, dst, 2, 5, 3); }, "VEK_BAY_RGGB32_to_RGB16", kBad, "Invalid Bayer Pixel Colour");
+  run([&] { return VEK_BAY_RGGB32_to_BGRX32(rgb, dst, 2, 1, 3); }, kBgrx, kNo, "Input must be VEK_RGGB32 only");
+  run([&] { return VEK_IP_Bayer_Convert_to_BGRX32_Sub2(rgb, dst, 1); }, kSub2, kNo, "Input image must be VEK_RGGB32 or Y8.");
+  run([&] { return VEK_IP_Bayer_Convert_to_BGRX32_Sub2(odd, dst, 1); }, kSub2, kNo, "Input image width must be even.");
+  run([&] { return VEK_IP_Bayer_Convert_to_ThreePlanes(odd, dst, dst, dst, 1); }, "VEK_IP_Bayer_Convert_to_ThreePlanes", kNo, "Input image width must be even.");
+  run([&] { return VEK_BAY_ColorBalance(odd, dst, 1, 1, 1); }, "VEK_BAY_ColorBalance", kNo, "Input image width must be even");
+  run([&] { return VEK_BAY_ColorBalance(rgb, dst, 1, 1, 1); }, "VEK_BAY_ColorBalance", kNo, "Input image must be VEK_RGGB32 only");
+  run([&] { return VEK_BAY_RGB24_to_RGGB32(mos, dst, 3); }, "VEK_BAY_RGB24_to_RGGB32", kNo, "Input must be VEK_RGB24 only");
+  run([&] { return VEK_BAY_RGGB32_map_to_Y8(rgb, dst, 3); }, "VEK_BAY_RGGB32_map_to_Y8", kNo, "Unsupported image format");
+  run([&] { return VEK_IP_Bayer_Convert_to_BGRX32(mos, dst, 2, nullptr, 8, 1); }, "VEK_IP_Bayer_Convert_to_BGRX32", kNo, "Offset values not currently supported.");
+  run([&] { return VEK_BAY_RGGB32_to_BGRX32(mos, mos, 2, 1, 3); }, kBgrx, kBad, "Input and output images must differ");
+  {
+    ErrorRecorder rec;  // schemes outside 1..4 of the simplified entry do nothing
+    EXPECT_EQ(VEK_IP_Bayer_Convert_to_BGRX32(mos, dst, 7, nullptr, 0, 1), 0u);
+    EXPECT_EQ(rec.count(), 0u);
+  }
+  for (uint32_t hd : {mos, odd, rgb, dst}) VEK_image_destroy(hd);
+}
+
+// A library-owned strip of a few lines cannot be read as a whole image.
+TEST(BayerFailures, ShortStripIsRefusedNotOverrun) {
+  ErrorRecorder rec;
+  const uint32_t src = make_image(VEK_RGGB32, 8, 16, 4), dst = VEK_image_create();
+  EXPECT_EQ(VEK_BAY_RGGB32_to_BGRX32(src, dst, 2, 1, 3), uint32_t(VEK_ERROR_NOT_SUPPORTED));
+  EXPECT_EQ(VEK_image_get_ptr(dst, VEK_PTR_DATA), nullptr);
+  VEK_image_destroy(src);
+  VEK_image_destroy(dst);
+}
+
+TEST(BayerFailures, NoStripLinesOnlyDescribes) {
+  ErrorRecorder rec;
+  const uint32_t src = make_image(VEK_RGGB32, 6, 4), dst = VEK_image_create();
+  VEK_image_set_parameter(src, VEK_PARAM_STRIP_LINES, 0);
+  ASSERT_EQ(VEK_BAY_RGGB32_to_RGB16(src, dst, 1, 1, 3), 0u);
+  EXPECT_EQ(VEK_image_get_parameter(dst, VEK_PARAM_FORMAT), uint32_t(VEK_RGB16));
+  EXPECT_EQ(VEK_get_width(dst), 6u);
+  EXPECT_EQ(VEK_image_get_ptr(dst, VEK_PTR_DATA), nullptr);
+  VEK_image_destroy(src);
+  VEK_image_destroy(dst);
+}
+
+TEST(BayerFailures, AllocationFailureLeavesNoData) {
+  const uint32_t src = make_image(VEK_RGGB32, 6, 4), dst = VEK_image_create();
+  ErrorRecorder rec;
+  vek::testing::fail_allocations_after(0);
+  const uint32_t s = VEK_BAY_RGGB32_to_BGRX32(src, dst, 3, 2, 3);
+  vek::testing::fail_allocations_after(-1);
+  EXPECT_EQ(s & 0xFFFF0000u, uint32_t(VEK_ERROR_MEMORY));
+  EXPECT_EQ(VEK_image_get_ptr(dst, VEK_PTR_DATA), nullptr);
+  EXPECT_EQ(VEK_BAY_RGGB32_to_BGRX32(src, dst, 3, 2, 3), 0u);  // the sequence recovers
+  VEK_image_destroy(src);
+  VEK_image_destroy(dst);
+}
+
+TEST(BayerMatrix, AppliedAfterConversionAndLockKept) {
+  ErrorRecorder rec;
+  const Mosaic m = random_mosaic(6, 4, 5);
+  const uint32_t src = mosaic_image(m), plain = VEK_image_create(), swapped = VEK_image_create();
+  VEK_image_set_flags(swapped, VEK_FLAG_LOCKED, 1);
+  const float swap_rb[9] = {0, 0, 1, 0, 1, 0, 1, 0, 0};
+  const float halve_green[9] = {1, 0, 0, 0, 0.5f, 0, 0, 0, 1};
+  ASSERT_EQ(VEK_IP_Bayer_Convert_to_BGRX32(src, plain, 3, nullptr, 0, 4), 0u);
+  ASSERT_EQ(VEK_IP_Bayer_Convert_to_BGRX32(src, swapped, 3, swap_rb, 0, 4), 0u);
+  EXPECT_EQ(VEK_image_get_flags(swapped, VEK_FLAG_LOCKED), 1u);
+  for (uint32_t i = 0; i < 24; ++i) {
+    const uint8_t *a = pixel(plain, i % 6, i / 6, 4), *b = pixel(swapped, i % 6, i / 6, 4);
+    EXPECT_TRUE(a[0] == b[2] && a[1] == b[1] && a[2] == b[0]);
+  }
+  VEK_image_set_flags(swapped, VEK_FLAG_LOCKED, 0);
+  ASSERT_EQ(VEK_IP_Bayer_Convert_to_BGRX32(src, swapped, 3, halve_green, 0, 4), 0u);
+  for (uint32_t i = 0; i < 24; ++i) EXPECT_EQ(pixel(swapped, i % 6, i / 6, 4)[1], pixel(plain, i % 6, i / 6, 4)[1] >> 1);
+  for (uint32_t hd : {src, plain, swapped}) VEK_image_destroy(hd);
+}
+
+}  // namespace

@@ -1,0 +1,102 @@
+// Format detection, the read/write dispatch and the raw writer.
+#include "helpers.h"
+
+using namespace filetest;
+
+TEST(Detect, FirstBytesDecideTheFormat) {
+  const std::string path = scratch("detect.bin");
+  struct Case {
+    std::vector<uint8_t> bytes;
+    uint32_t format;
+  };
+  const std::vector<Case> cases{
+      {{'I', 'I', 42, 0, 8, 0, 0, 0, 1, 0, 0, 1, 3, 0, 1, 0, 0, 0}, VEK_FILE_TIFF},
+      {{'M', 'M', 0, 42, 0, 0, 0, 8, 0, 1, 1, 0, 0, 11, 0, 0, 0, 1}, VEK_FILE_TIFF},
+      {{'I', 'I', 42, 0, 8, 0, 0, 0, 1, 0, 0, 1, 12, 0, 1, 0, 0, 0}, VEK_FILE_UNKNOWN},  // field type 12
+      {{'I', 'I', 42, 0, 0xFF, 0xFF, 0, 0}, VEK_FILE_UNKNOWN},                          // directory past the end
+      {{0xFF, 0xD8, 0xFF, 0xE0}, VEK_FILE_JPEG},
+      {{'%', '!', 'P', 'S', '-'}, VEK_FILE_EPS},
+      {{'B', 'M', 1, 2, 3, 4, 0, 0, 0, 0, 54}, VEK_FILE_BMP},
+      {{'B', 'M', 1, 2, 3, 4, 0, 0, 0, 1, 54}, VEK_FILE_UNKNOWN},
+      {{'B', 'M'}, VEK_FILE_UNKNOWN},
+      {{}, VEK_FILE_UNKNOWN},
+  };
+  for (size_t i = 0; i < cases.size(); ++i) {
+    write_file(path, cases[i].bytes);
+    EXPECT_EQ(VEK_image_find_file_format(path.c_str()), cases[i].format) << i;
+  }
+  vektest::ErrorRecorder rec;
+  EXPECT_EQ(VEK_image_find_file_format("/nonexistent/x"), 0x10090000u);
+  EXPECT_TRUE(rec.only("VEK_image_find_file_format", 0x10090000u, "Failed to open file"));
+}
+
+TEST(Detect, DispatchRefusesWhatNoReaderOrWriterServes) {
+  const std::string path = scratch("dispatch.bin");
+  write_file(path, {'I', 'I', 42, 0, 8, 0, 0, 0, 1, 0, 0, 1, 12, 0});
+  vektest::ErrorRecorder rec;
+  uint32_t h = VEK_image_create();
+  VEK_image_set_infilename(h, path.c_str());
+  EXPECT_EQ(VEK_image_read(h, 0, 3), 0x10070000u);
+  EXPECT_TRUE(rec.only("VEK_image_read", 0x10070000u, "Unsupported/unrecognized image format"));
+  rec.clear();
+  EXPECT_EQ(VEK_image_read(h, VEK_FILE_TIFF, 3), 0x10070000u);  // detection is the only way in
+  rec.clear();
+  VEK_image_set_infilename(h, "/nonexistent/x");
+  EXPECT_EQ(VEK_image_read(h, 0, 3), 0x10090000u);
+  ASSERT_EQ(rec.count(), 2u);  // detection reports, and the read reports it again
+  EXPECT_EQ(rec.last().message, "Failed to recognise file format");
+  for (uint32_t format : {0u, 1u, 2u, 4u, 7u, 12u}) {
+    rec.clear();
+    EXPECT_EQ(VEK_image_write(h, 0, format, 3), 0x10070000u);
+    EXPECT_TRUE(rec.only("VEK_image_write", 0x10070000u, "Unsupported/unrecognized image format"));
+  }
+  VEK_image_destroy(h);
+}
+
+TEST(Raw, WritesThePixelStream) {
+  const std::string path = scratch("out.raw");
+  uint32_t h = vektest::make_image(VEK_Y8, 4, 2, 0, 1);
+  vektest::fill_random(h, 1);
+  ASSERT_EQ(write_image(h, VEK_FILE_RAW, path), 0u);
+  EXPECT_EQ(read_file(path), vektest::random_bytes(8, 1));
+  // Mode 4 creates the file anew and leaves it empty.
+  VEK_image_set_outfilename(h, path.c_str());
+  EXPECT_EQ(VEK_write_raw_data_file(h, 4), 0u);
+  EXPECT_EQ(read_file(path).size(), 0u);
+  VEK_image_destroy(h);
+
+  // 16-bit formats go out as little-endian words.
+  h = vektest::make_image(VEK_Y16, 3, 2);
+  auto* w = reinterpret_cast<uint16_t*>(data(h));
+  for (int i = 0; i < 6; ++i) w[i] = uint16_t(0x0102 * (i + 1));
+  ASSERT_EQ(write_image(h, VEK_FILE_RAW, path), 0u);
+  const auto raw = read_file(path);
+  ASSERT_EQ(raw.size(), 12u);
+  for (int i = 0; i < 6; ++i) EXPECT_EQ(le16(raw, 2 * i), 0x0102u * (i + 1));
+  VEK_image_destroy(h);
+
+  // Padded lines: each written whole, then the walk skips the padding once more;
+  // what lies past the strip comes out as zeros.
+  h = vektest::make_image(VEK_RGB24, 3, 3, 0, 4);  // 9 bytes + 3 padding a line
+  vektest::fill_random(h, 2);
+  ASSERT_EQ(write_image(h, VEK_FILE_RAW, path), 0u);
+  const auto padded = read_file(path);
+  ASSERT_EQ(padded.size(), 36u);
+  EXPECT_TRUE(std::equal(padded.begin(), padded.begin() + 12, data(h)));
+  EXPECT_TRUE(std::equal(padded.begin() + 12, padded.begin() + 24, data(h) + 15));
+  EXPECT_TRUE(std::equal(padded.begin() + 24, padded.begin() + 30, data(h) + 30));
+  EXPECT_EQ(std::vector<uint8_t>(padded.begin() + 30, padded.end()), std::vector<uint8_t>(6, 0));
+  VEK_image_destroy(h);
+
+  vektest::ErrorRecorder rec;
+  h = vektest::make_image(VEK_CMYK32, 2, 2);
+  EXPECT_EQ(write_image(h, VEK_FILE_RAW, path), 0x10070000u);
+  EXPECT_TRUE(rec.only("VEK_write_raw_data", 0x10070000u, "Unsupported image format"));
+  VEK_image_destroy(h);
+}
+
+TEST(Dib, DisplayConversionIsNotSupportedHere) {
+  vektest::ErrorRecorder rec;
+  EXPECT_EQ(VEK_convert_to_DIB_w31(1, 2, 0, 3), 0x10070000u);
+  EXPECT_EQ(rec.last().function, "VEK_convert_to_DIB_w31");
+}

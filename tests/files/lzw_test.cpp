@@ -1,0 +1,181 @@
+// LZW codec: exact code streams against a map-based reference coder, round trips,
+// and the decoder's handling of damaged streams.
+#include <map>
+
+#include "files/lzw.h"
+#include "helpers.h"
+
+namespace {
+
+// Reference encoder written from the TIFF rules with plain containers.
+std::vector<uint8_t> reference_encode(const std::vector<uint8_t>& in) {
+  std::vector<uint8_t> out;
+  uint64_t acc = 0;
+  int nacc = 0, width = 9;
+  auto put = [&](uint32_t code) {
+    acc = (acc << width) | code;
+    nacc += width;
+    while (nacc >= 8) {
+      out.push_back(uint8_t(acc >> (nacc - 8)));
+      nacc -= 8;
+    }
+  };
+  std::map<std::pair<uint32_t, uint8_t>, uint32_t> table;
+  uint32_t next = 258;
+  put(256);
+  if (!in.empty()) {
+    uint32_t p = in[0];
+    for (size_t i = 1; i < in.size(); ++i) {
+      const uint8_t c = in[i];
+      auto it = table.find({p, c});
+      if (it != table.end()) {
+        p = it->second;
+        continue;
+      }
+      table[{p, c}] = next++;
+      put(p);
+      if (next == (1u << width) && width < 12) ++width;
+      if (next == 4095) {
+        put(256);
+        table.clear();
+        next = 258;
+        width = 9;
+      }
+      p = c;
+    }
+    put(p);
+    if (++next == (1u << width) && width < 12) ++width;
+  }
+  put(257);
+  if (nacc) out.push_back(uint8_t(acc << (8 - nacc)));
+  return out;
+}
+
+std::vector<uint8_t> encode(const std::vector<uint8_t>& in, size_t chunk = 0) {
+  char* buf = nullptr;
+  size_t len = 0;
+  FILE* f = open_memstream(&buf, &len);
+  vek::LZWData* s = nullptr;
+  EXPECT_EQ(vek::lzw_open_encode(&s, f, in.data(), in.size()), 0u);
+  if (chunk == 0) chunk = in.size() ? in.size() : 1;
+  for (size_t at = 0; at < in.size(); at += chunk) {
+    const size_t n = std::min(chunk, in.size() - at);
+    if (at) vek::lzw_set_input(s, in.data() + at);
+    EXPECT_EQ(vek::lzw_encode(s, uint32_t(n)), 0u);
+  }
+  uint32_t count = 0;
+  EXPECT_EQ(vek::lzw_close_encode(s, &count), 0u);
+  fclose(f);
+  std::vector<uint8_t> out(buf, buf + len);
+  free(buf);
+  EXPECT_EQ(count, out.size());
+  return out;
+}
+
+std::vector<uint8_t> decode(const std::vector<uint8_t>& code, size_t capacity, uint32_t* status = nullptr) {
+  std::vector<uint8_t> out(capacity);
+  vek::LZWData* s = nullptr;
+  EXPECT_EQ(vek::lzw_open_decode_memory(&s, code.data(), code.size(), out.data(), capacity), 0u);
+  const uint32_t st = vek::lzw_decode(s, 0xFFFFFFFFu);
+  if (status) *status = st;
+  out.resize(vek::lzw_decoded_bytes(s));
+  vek::lzw_close_decode(s);
+  return out;
+}
+
+std::vector<uint8_t> repetitive(size_t n, uint32_t seed) {
+  auto r = vektest::random_bytes(n, seed);
+  std::vector<uint8_t> v(n);
+  for (size_t i = 0; i < n; ++i) v[i] = uint8_t((i / 97) % 3 + (r[i] > 250 ? 1 : 0));
+  return v;
+}
+
+}  // namespace
+
+TEST(Lzw, OneByteIsClearByteEndInFourBytes) {
+  const std::vector<uint8_t> in{0x41};
+  const auto out = encode(in);
+  // 256, 0x41, 257 at 9 bits each, packed most significant bit first.
+  EXPECT_EQ(out, (std::vector<uint8_t>{0x80, 0x10, 0x60, 0x20}));
+  EXPECT_EQ(decode(out, 1), in);
+}
+
+TEST(Lzw, CodeStreamMatchesReferenceAcrossTableResets) {
+  struct Case {
+    std::vector<uint8_t> data;
+    const char* what;
+  };
+  const std::vector<Case> cases{
+      {{}, "empty"},
+      {std::vector<uint8_t>(5000, 7), "5000 identical bytes"},
+      {vektest::random_bytes(100000, 1), "random: several Clear codes"},
+      {repetitive(300000, 2), "long runs: strings of thousands of bytes"},
+      {vektest::random_bytes(509, 3), "near the first width change"},
+  };
+  for (const auto& c : cases) {
+    const auto out = encode(c.data);
+    EXPECT_EQ(out, reference_encode(c.data)) << c.what;
+    EXPECT_EQ(decode(out, c.data.size() + 10), c.data) << c.what;
+  }
+}
+
+TEST(Lzw, EveryLengthAroundWidthChangesRoundTrips) {
+  // The end code follows the last code at the width the decoder has reached, for
+  // every table size around the 9/10, 10/11 and 11/12 bit boundaries.
+  for (size_t n = 1; n < 6000; n += n < 600 ? 1 : 13) {
+    auto in = vektest::random_bytes(n, uint32_t(n));
+    const auto out = encode(in);
+    ASSERT_EQ(out, reference_encode(in)) << n;
+    ASSERT_EQ(decode(out, n), in) << n;
+  }
+}
+
+TEST(Lzw, FeedingLineByLineGivesTheSameStream) {
+  const auto in = repetitive(40000, 5);
+  EXPECT_EQ(encode(in, 123), encode(in));
+  EXPECT_EQ(encode(in, 1), encode(in));
+}
+
+TEST(Lzw, DecoderStopsAtFullBufferOrEndOfInput) {
+  const auto in = vektest::random_bytes(20000, 9);
+  auto out = encode(in);
+  // More codes than the buffer takes: stops cleanly, bytes so far exact.
+  EXPECT_EQ(decode(out, 1000), std::vector<uint8_t>(in.begin(), in.begin() + 1000));
+  // A stream cut short (no end code) reads its end as the end code.
+  out.resize(out.size() / 2);
+  uint32_t status = 1;
+  const auto part = decode(out, in.size(), &status);
+  EXPECT_EQ(status, 0u);
+  ASSERT_GT(part.size(), 1000u);
+  EXPECT_TRUE(std::equal(part.begin(), part.end(), in.begin()));
+}
+
+TEST(Lzw, CodesOutsideTheTableAreRefused) {
+  vektest::ErrorRecorder rec;
+  // Clear, then code 300 at 9 bits: nothing has been entered under 300.
+  const std::vector<uint8_t> after_clear{0x80, 0x4B, 0x00, 0x00};
+  uint32_t status = 0;
+  decode(after_clear, 100, &status);
+  EXPECT_EQ(status, 0x10050000u);
+  EXPECT_EQ(rec.last().function, "lzw_decode");
+  // Clear, 'A', then code 400 while the next free code is 258.
+  const std::vector<uint8_t> beyond_next{0x80, 0x10, 0x66, 0x40, 0x00};
+  decode(beyond_next, 100, &status);
+  EXPECT_EQ(status, 0x10050000u);
+  // Clear then all ones at 9 bits: the end of a file read as bytes of 0xFF.
+  const std::vector<uint8_t> ones{0x80, 0x7F, 0xC0};
+  decode(ones, 100, &status);
+  EXPECT_EQ(status, 0x100C0000u);
+  EXPECT_EQ(rec.last().message, "Unexpected EOF found");
+}
+
+TEST(Lzw, OpenRefusesNullArguments) {
+  vektest::ErrorRecorder rec;
+  vek::LZWData* s = nullptr;
+  uint8_t byte = 0;
+  EXPECT_EQ(vek::lzw_open(&s, nullptr, &byte, 0, 0), 0x10040000u);
+  EXPECT_EQ(rec.last().message, "LZW null file pointer");
+  EXPECT_EQ(vek::lzw_open(&s, stdout, nullptr, 0, 0), 0x10040000u);
+  EXPECT_EQ(rec.last().message, "LZW null data pointer");
+  EXPECT_EQ(s, nullptr);
+}
