@@ -5,11 +5,6 @@
 using namespace vek;
 using namespace vek::conv;
 
-// The device-independent-bitmap conversion lives with the file family; when that
-// family is not linked in, the dispatcher refuses the DIB flag instead.
-extern "C" __attribute__((weak)) uint32_t VEK_convert_to_DIB_w31(uint32_t source,
-                                                                 uint32_t destination,
-                                                                 uint32_t argument, uint32_t mode);
 
 namespace {
 
@@ -114,9 +109,12 @@ VEK_API uint32_t VEK_image_convert(uint32_t source, uint32_t destination, uint32
   const bool lut = dst->flags & VEK_FLAG_LUT;
   uint32_t status;
   if (dst->flags & VEK_FLAG_DIB) {
-    if (!VEK_convert_to_DIB_w31)
-      return report(kName, VEK_ERROR_NOT_SUPPORTED, "Bitmap conversion is not available");
+#if VEK_WITH_FILES
     status = VEK_convert_to_DIB_w31(source, destination, argument, mode);
+#else
+    // The device-independent-bitmap conversion lives with the file family.
+    return report(kName, VEK_ERROR_NOT_SUPPORTED, "Bitmap conversion is not available");
+#endif
   } else if (target == 105) {
     status = VEK_paletted_to_RGB24_or_Y8(source, destination, mode);
   } else if (!yuv) {

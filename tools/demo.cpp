@@ -89,6 +89,22 @@ int max_difference(uint32_t a, uint32_t b) {
   return worst;
 }
 
+// Peak signal-to-noise ratio in dB between two RGB24 pictures of the demo's size.
+double psnr(uint32_t a, uint32_t b) {
+  const auto* pa = static_cast<const uint8_t*>(VEK_image_get_ptr(a, VEK_PTR_DATA));
+  const auto* pb = static_cast<const uint8_t*>(VEK_image_get_ptr(b, VEK_PTR_DATA));
+  const uint32_t la = VEK_image_get_parameter(a, VEK_PARAM_BYTES_PER_LINE);
+  const uint32_t lb = VEK_image_get_parameter(b, VEK_PARAM_BYTES_PER_LINE);
+  double sum = 0;
+  for (uint32_t y = 0; y < kHeight; ++y)
+    for (uint32_t i = 0; i < 3 * kWidth; ++i) {
+      const double d = double(pa[size_t(y) * la + i]) - double(pb[size_t(y) * lb + i]);
+      sum += d * d;
+    }
+  const double mse = sum / (3.0 * kWidth * kHeight);
+  return mse == 0 ? 99.0 : 10.0 * std::log10(255.0 * 255.0 / mse);
+}
+
 int demo_files(const std::string& dir) {
   struct Target {
     const char* name;
@@ -140,24 +156,26 @@ int demo_jpeg(const std::string& dir) {
   uint32_t back = 0;
   DEMO_CHECK(load_picture(path, &back));
   DEMO_CHECK(convert_picture(&back, VEK_RGB24));
-  std::printf("  wrote picture.jpg (%ju bytes), read and decoded it: %s, largest difference %d\n",
+  std::printf("  wrote picture.jpg (%ju bytes), read and decoded it: %s, PSNR %.1f dB\n",
               static_cast<uintmax_t>(std::filesystem::file_size(path)),
-              format_name(VEK_image_get_parameter(back, VEK_PARAM_FORMAT)).c_str(), max_difference(picture, back));
+              format_name(VEK_image_get_parameter(back, VEK_PARAM_FORMAT)).c_str(), psnr(picture, back));
   VEK_image_destroy(back);
 
-  // Ten frames in one buffer: each compressed frame appended to the sequence image.
+  // Ten frames in one buffer: the first compressed straight into the sequence image,
+  // each later one compressed on its own and appended.
   const uint32_t sequence = VEK_JPEG_image_create();
   DEMO_CHECK(sequence);
   const uint32_t frame = VEK_JPEG_image_create();
   DEMO_CHECK(frame);
   auto* px = static_cast<uint8_t*>(VEK_image_get_ptr(picture, VEK_PTR_DATA));
-  for (uint32_t i = 0; i < 10; ++i) {
-    px[0] = uint8_t(i * 20);  // each frame differs
+  DEMO_CHECK(VEK_JPEG_compress(picture, sequence));
+  for (uint32_t i = 1; i < 10; ++i) {
+    for (uint32_t x = 0; x < 24; ++x) px[3 * x] = uint8_t(i * 25);  // each frame differs
     DEMO_CHECK(VEK_JPEG_compress(picture, frame));
     DEMO_CHECK(VEK_JPEG_sequence_build(frame, sequence));
   }
-  const uint32_t frames = VEK_JPEG_sequence_calc_length(sequence);
-  DEMO_CHECK(frames);
+  // The frame count lives in the image's strip count (parameter 18).
+  const uint32_t frames = VEK_image_get_parameter(sequence, VEK_PARAM_18);
   const uint32_t fifth = VEK_JPEG_image_create();
   DEMO_CHECK(fifth);
   DEMO_CHECK(VEK_JPEG_sequence_extract_frame(sequence, fifth, 5));
@@ -166,7 +184,7 @@ int demo_jpeg(const std::string& dir) {
   DEMO_CHECK(VEK_image_set_parameter(decoded, VEK_PARAM_FORMAT, VEK_RGB24));
   DEMO_CHECK(VEK_JPEG_decompress(fifth, decoded));
   const auto* d = static_cast<const uint8_t*>(VEK_image_get_ptr(decoded, VEK_PTR_DATA));
-  std::printf("  built a sequence of %u frames in one buffer (%u bytes); frame 5 decodes to %ux%u, first red %u\n",
+  std::printf("  built a sequence of %u frames in one buffer (%u bytes); frame 5 decodes to %ux%u with red %u at its top left (made with 100)\n",
               frames, static_cast<const Tjpeg*>(VEK_image_get_ptr(sequence, VEK_PTR_JPEG))->data_length,
               VEK_image_get_parameter(decoded, VEK_PARAM_WIDTH), VEK_image_get_parameter(decoded, VEK_PARAM_HEIGHT),
               d ? d[0] : 0);
@@ -186,9 +204,8 @@ int demo_bayer() {
   DEMO_CHECK(VEK_IP_Bayer_Convert_to_BGRX32(mosaic, colour, VEK_BAYER_BILINEAR, nullptr, 0, VEK_BAYER_RGGB));
   uint32_t rgb = colour;
   DEMO_CHECK(convert_picture(&rgb, VEK_RGB24));
-  std::printf("  demosaiced (bilinear) back to %s; largest difference from the picture %d (at edges)\n",
-              format_name(VEK_image_get_parameter(rgb, VEK_PARAM_FORMAT)).c_str(),
-              max_difference(picture, rgb));
+  std::printf("  demosaiced (bilinear) back to %s; PSNR against the picture %.1f dB\n",
+              format_name(VEK_image_get_parameter(rgb, VEK_PARAM_FORMAT)).c_str(), psnr(picture, rgb));
   for (uint32_t h : {picture, mosaic, rgb}) VEK_image_destroy(h);
   return 0;
 }

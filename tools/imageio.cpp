@@ -31,6 +31,8 @@ uint32_t load_picture(const std::string& path, uint32_t* out) {
     VEK_image_set_infilename(jpeg, path.c_str());
     uint32_t status = VEK_JPEG_file_read(jpeg);
     const uint32_t pixels = VEK_IS_ERROR(status) ? 0 : VEK_image_create();
+    // Colour streams decode straight to RGB24; grey ones always give Y8.
+    if (pixels && !VEK_IS_ERROR(pixels)) VEK_image_set_parameter(pixels, VEK_PARAM_FORMAT, VEK_RGB24);
     if (!VEK_IS_ERROR(status)) status = VEK_IS_ERROR(pixels) ? pixels : VEK_JPEG_decompress(jpeg, pixels);
     VEK_image_destroy(jpeg);
     if (VEK_IS_ERROR(status)) {
