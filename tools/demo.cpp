@@ -76,33 +76,28 @@ uint32_t make_picture() {
   return h;
 }
 
-// Largest absolute difference between two RGB24 pictures of the demo's size.
-int max_difference(uint32_t a, uint32_t b) {
-  const auto* pa = static_cast<const uint8_t*>(VEK_image_get_ptr(a, VEK_PTR_DATA));
-  const auto* pb = static_cast<const uint8_t*>(VEK_image_get_ptr(b, VEK_PTR_DATA));
-  const uint32_t la = VEK_image_get_parameter(a, VEK_PARAM_BYTES_PER_LINE);
-  const uint32_t lb = VEK_image_get_parameter(b, VEK_PARAM_BYTES_PER_LINE);
-  int worst = 0;
-  for (uint32_t y = 0; y < kHeight; ++y)
-    for (uint32_t i = 0; i < 3 * kWidth; ++i)
-      worst = std::max(worst, std::abs(int(pa[size_t(y) * la + i]) - int(pb[size_t(y) * lb + i])));
-  return worst;
-}
+// How far two RGB24 pictures of the demo's size are apart.
+struct Difference {
+  int largest;
+  double psnr;  // dB; 99 for identical pictures
+};
 
-// Peak signal-to-noise ratio in dB between two RGB24 pictures of the demo's size.
-double psnr(uint32_t a, uint32_t b) {
+Difference compare(uint32_t a, uint32_t b) {
   const auto* pa = static_cast<const uint8_t*>(VEK_image_get_ptr(a, VEK_PTR_DATA));
   const auto* pb = static_cast<const uint8_t*>(VEK_image_get_ptr(b, VEK_PTR_DATA));
   const uint32_t la = VEK_image_get_parameter(a, VEK_PARAM_BYTES_PER_LINE);
   const uint32_t lb = VEK_image_get_parameter(b, VEK_PARAM_BYTES_PER_LINE);
+  Difference diff{0, 99.0};
   double sum = 0;
   for (uint32_t y = 0; y < kHeight; ++y)
     for (uint32_t i = 0; i < 3 * kWidth; ++i) {
-      const double d = double(pa[size_t(y) * la + i]) - double(pb[size_t(y) * lb + i]);
-      sum += d * d;
+      const int d = int(pa[size_t(y) * la + i]) - int(pb[size_t(y) * lb + i]);
+      diff.largest = std::max(diff.largest, std::abs(d));
+      sum += double(d) * d;
     }
   const double mse = sum / (3.0 * kWidth * kHeight);
-  return mse == 0 ? 99.0 : 10.0 * std::log10(255.0 * 255.0 / mse);
+  if (mse > 0) diff.psnr = 10.0 * std::log10(255.0 * 255.0 / mse);
+  return diff;
 }
 
 int demo_files(const std::string& dir) {
@@ -131,7 +126,7 @@ int demo_files(const std::string& dir) {
       DEMO_CHECK(load_picture(path, &back));
       DEMO_CHECK(convert_picture(&back, VEK_RGB24));
       std::printf(", read back as %s, largest difference %d", format_name(VEK_image_get_parameter(back, VEK_PARAM_FORMAT)).c_str(),
-                  max_difference(original, back));
+                  compare(original, back).largest);
       VEK_image_destroy(back);
     }
     std::printf("\n");
@@ -158,7 +153,7 @@ int demo_jpeg(const std::string& dir) {
   DEMO_CHECK(convert_picture(&back, VEK_RGB24));
   std::printf("  wrote picture.jpg (%ju bytes), read and decoded it: %s, PSNR %.1f dB\n",
               static_cast<uintmax_t>(std::filesystem::file_size(path)),
-              format_name(VEK_image_get_parameter(back, VEK_PARAM_FORMAT)).c_str(), psnr(picture, back));
+              format_name(VEK_image_get_parameter(back, VEK_PARAM_FORMAT)).c_str(), compare(picture, back).psnr);
   VEK_image_destroy(back);
 
   // Ten frames in one buffer: the first compressed straight into the sequence image,
@@ -205,7 +200,7 @@ int demo_bayer() {
   uint32_t rgb = colour;
   DEMO_CHECK(convert_picture(&rgb, VEK_RGB24));
   std::printf("  demosaiced (bilinear) back to %s; PSNR against the picture %.1f dB\n",
-              format_name(VEK_image_get_parameter(rgb, VEK_PARAM_FORMAT)).c_str(), psnr(picture, rgb));
+              format_name(VEK_image_get_parameter(rgb, VEK_PARAM_FORMAT)).c_str(), compare(picture, rgb).psnr);
   for (uint32_t h : {picture, mosaic, rgb}) VEK_image_destroy(h);
   return 0;
 }

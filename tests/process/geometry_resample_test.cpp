@@ -4,16 +4,10 @@
 #include <cstring>
 #include <vector>
 
+#include "process/geometry_support.h"
 #include "support/recorder.h"
 #include "vek.h"
 
-namespace geomtest {  // geometry_support.cpp
-uint32_t keep(uint32_t handle);  // destroyed when the running test ends
-uint8_t* pixels(uint32_t handle);
-uint32_t param(uint32_t handle, uint32_t id);
-uint32_t bpp(uint32_t format);
-const uint8_t* at(uint32_t handle, uint32_t column, uint32_t line);
-}  // namespace geomtest
 using namespace geomtest;
 
 namespace {

@@ -6,12 +6,10 @@
 #include <random>
 #include <vector>
 
+#include "process/geometry_support.h"
 #include "support/recorder.h"
 #include "vek.h"
 
-namespace geomtest {  // geometry_support.cpp
-uint32_t keep(uint32_t handle);
-}  // namespace geomtest
 using geomtest::keep;
 
 namespace {

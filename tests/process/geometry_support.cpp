@@ -4,6 +4,7 @@
 
 #include <vector>
 
+#include "process/geometry_support.h"
 #include "vek.h"
 
 namespace geomtest {
