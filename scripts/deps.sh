@@ -4,7 +4,7 @@
 set -euo pipefail
 want=(cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev
       libtiff-tools ghostscript python3-pil imagemagick
-      libjpeg-turbo-progs libturbojpeg0-dev libopencv-imgproc-dev libyuv-dev)
+      libjpeg-turbo-progs libturbojpeg0-dev libopencv-imgproc-dev libyuv-dev libtiff-dev)
 missing=()
 for p in "${want[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
