@@ -14,6 +14,7 @@ StripSequence::Strip StripSequence::plan(ImageRecord& input) const {
   if (reached >= input.height) {
     strip.lines = input.height > consumed_ ? input.height - consumed_ : 0;
     input.lines_per_strip = strip.lines;
+    input.bytes_per_strip = strip.lines * input.bytes_per_line;  // keep the derived size true
     strip.last = true;
   }
   return strip;

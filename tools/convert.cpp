@@ -178,7 +178,12 @@ int cmd_demosaic(int argc, char** argv) {
   uint32_t h = 0;
   uint32_t status = load_picture(argv[1], &h);
   if (VEK_IS_ERROR(status)) return fail("reading", status);
-  const uint32_t fmt = VEK_image_get_parameter(h, VEK_PARAM_FORMAT);
+  uint32_t fmt = VEK_image_get_parameter(h, VEK_PARAM_FORMAT);
+  // An 8-bit BMP reads back as paletted; a mosaic's indices are its samples.
+  if (fmt == VEK_PALETTED) {
+    VEK_image_set_parameter(h, VEK_PARAM_FORMAT, VEK_Y8);
+    fmt = VEK_Y8;
+  }
   if (fmt != VEK_Y8 && fmt != VEK_RGGB32) {
     std::fprintf(stderr, "vek: a mosaic is an 8-bit grey picture (got %s)\n", format_name(fmt).c_str());
     return 1;
