@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "convert/bayer.h"
+#include "core/cpu.h"
 #include "vek.h"
 
 #ifdef VEK_BENCH_OPENCV
@@ -71,7 +72,9 @@ void BM_vek_api(benchmark::State& state) {
 }
 
 void run_driver(benchmark::State& state, bool simd) {
-  auto fn = vek::bayer::demosaic_driver(2, 1, vek::bayer::Output::Bgrx32, simd);
+  vek::cpu::testing::set_disabled(simd ? 0u : vek::cpu::kAvx2 | vek::cpu::kSse41);
+  auto fn = vek::bayer::demosaic_driver(2, 1, vek::bayer::Output::Bgrx32);
+  vek::cpu::testing::set_disabled(0);
   std::vector<uint8_t> out(size_t(kW) * kH * 4);
   for (auto _ : state) {
     fn(mosaic().data(), kW, out.data(), size_t(kW) * 4, kW, kH);
@@ -91,8 +94,8 @@ int opencv_code(double* mean_diff) {
                        cv::COLOR_BayerGR2BGRA};
   cv::Mat src(int(kH), int(kW), CV_8UC1, const_cast<uint8_t*>(mosaic().data()));
   std::vector<uint8_t> ours(size_t(kW) * kH * 4);
-  vek::bayer::demosaic_driver(2, 1, vek::bayer::Output::Bgrx32, false)(mosaic().data(), kW,
-                                                                       ours.data(), kW * 4, kW, kH);
+  vek::bayer::detail::scalar_driver(2, 1, vek::bayer::Output::Bgrx32)(mosaic().data(), kW,
+                                                                      ours.data(), kW * 4, kW, kH);
   int best = codes[0];
   double best_diff = 1e9;
   for (int code : codes) {

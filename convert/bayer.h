@@ -43,9 +43,9 @@ enum class Output : uint8_t { Bgrx32, Rgb16 };
 using DemosaicFn = void (*)(const uint8_t* src, size_t src_stride, uint8_t* dst,
                             size_t dst_stride, uint32_t width, uint32_t height);
 
-// Driver for scheme 1..3 and phase 1..4, or null outside those ranges. `prefer_simd`
-// false forces the portable kernels (tests compare the two byte for byte).
-DemosaicFn demosaic_driver(int scheme, int phase, Output output, bool prefer_simd = true);
+// Driver for scheme 1..3 and phase 1..4, or null outside those ranges: the best kernel
+// set the CPU offers (vek::cpu), the portable one when its features are masked off.
+DemosaicFn demosaic_driver(int scheme, int phase, Output output);
 
 // Filter colour (0 red, 1 green, 2 blue) at line parity `row`, column parity `col`.
 int colour_at(int phase, int row, int col);

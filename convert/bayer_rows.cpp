@@ -4,6 +4,7 @@
 
 #include "convert/bayer.h"
 #include "convert/bayer_kernels.h"
+#include "core/cpu.h"
 
 namespace vek::bayer {
 
@@ -23,10 +24,8 @@ DemosaicFn scalar_driver(int scheme, int phase, Output output) {
 }
 }  // namespace detail
 
-DemosaicFn demosaic_driver(int scheme, int phase, Output output, bool prefer_simd) {
-  if (prefer_simd) {
-    if (DemosaicFn fn = detail::simd_driver(scheme, phase, output)) return fn;
-  }
+DemosaicFn demosaic_driver(int scheme, int phase, Output output) {
+  if (DemosaicFn fn = detail::simd_driver(scheme, phase, output)) return fn;
   return detail::scalar_driver(scheme, phase, output);
 }
 
@@ -90,9 +89,10 @@ namespace vek::bayer::detail {
 #if defined(__x86_64__) || defined(__i386__)
 DemosaicFn avx2_driver(int scheme, int phase, Output output);  // convert/bayer_avx2.cpp
 
+// Asked on every conversion (a cheap load), so that the tests' feature mask takes
+// effect at once.
 DemosaicFn simd_driver(int scheme, int phase, Output output) {
-  static const bool has_avx2 = __builtin_cpu_supports("avx2");
-  return has_avx2 ? avx2_driver(scheme, phase, output) : nullptr;
+  return cpu::has(cpu::kAvx2) ? avx2_driver(scheme, phase, output) : nullptr;
 }
 #else
 DemosaicFn simd_driver(int, int, Output) { return nullptr; }

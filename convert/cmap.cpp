@@ -129,6 +129,14 @@ void pal_to_y8(const uint8_t* src, uint8_t* dst, uint32_t width, const RowParams
 
 StripSequence g_seq_paletted, g_seq_rgb8, g_seq_dither, g_seq_from_paletted;
 
+// Called directly, a worker may face a destination prepared for another format, whose
+// strip would be sized for other pixels than the kernel writes.
+uint32_t check_destination(const char* name, uint32_t destination, uint16_t target) {
+  const ImageRecord* dst = lookup(destination);
+  if (dst && dst->format != target) return report(name, VEK_ERROR_CORRUPT_IMAGE, "Corrupt image");
+  return VEK_OK;
+}
+
 uint32_t needs_info(const ImageRecord& src, const char* name) {
   if (!src.cmap_info)
     return report(name, VEK_ERROR_BAD_STATE, "VEK_cmap_generate must be called first");
@@ -406,10 +414,14 @@ VEK_API uint32_t VEK_cmap_generate_1_strip(uint32_t image) {
   CmapInfo& in = *info_of(rec);
   if (!bits_ok(in)) return report(kName, VEK_ERROR_BAD_PARAMETER | 1, "More than 8 bits in one colour");
   const uint32_t n = std::min(in.bins_in_use, kMaxBins);
+  // Called directly, the worker may see any format; anything but the three it reads
+  // would be walked as 16-bit words past the end of its lines.
+  if (rec->format != VEK_RGB24 && rec->format != VEK_Y8 && rec->format != VEK_Y16)
+    return report(kName, VEK_ERROR_NOT_SUPPORTED, "Unsupported image format");
   const uint32_t px = pixel_bytes(rec->format);
   size_t row = 0;
-  if (!px || !checked_size(rec->width, px, 1, row) || row > rec->bytes_per_line)
-    return report(kName, VEK_ERROR_NOT_SUPPORTED, "Unsupported image format");
+  if (!checked_size(rec->width, px, 1, row) || row > rec->bytes_per_line)
+    return report(kName, VEK_ERROR_CORRUPT_IMAGE, "Corrupt image");
   const uint32_t shift = y16_shift(rec->data_width);
   for (uint32_t y = 0; y < rec->lines_per_strip; ++y) {
     const uint8_t* p = rec->data + size_t(y) * rec->bytes_per_line;
@@ -475,6 +487,7 @@ VEK_API uint32_t VEK_convert_to_paletted_1_strip(uint32_t source, uint32_t desti
   RowParams p;
   p.context = &ctx;
   RowKernel kernel = src->format == VEK_RGB24 ? rgb24_to_pal : src->format == VEK_Y8 ? y8_to_pal : nullptr;
+  if (uint32_t s = check_destination(name, destination, VEK_PALETTED); is_error(s)) return s;
   return convert_strip(name, source, destination, kernel, p);
 }
 
@@ -489,7 +502,9 @@ VEK_API uint32_t VEK_convert_to_RGB8_1_strip(uint32_t source, uint32_t destinati
                      : src->format == VEK_RGB24 ? to_rgb8<3, 0, 1, 2>
                      : src->format == VEK_Y8    ? to_rgb8<1, 0, 0, 0>
                                                 : nullptr;
-  uint32_t status = convert_strip(name, source, destination, kernel, RowParams{});
+  uint32_t status = check_destination(name, destination, VEK_RGB8);
+  if (is_error(status)) return status;
+  status = convert_strip(name, source, destination, kernel, RowParams{});
   if (is_error(status)) return status;
   return VEK_cmap_set_type(destination, 3);
 }
@@ -501,7 +516,9 @@ VEK_API uint32_t VEK_convert_to_RGB8_dither(uint32_t source, uint32_t destinatio
 VEK_API uint32_t VEK_convert_to_RGB8_dither_1_strip(uint32_t source, uint32_t destination) {
   const ImageRecord* src = lookup(source);
   RowKernel kernel = src && src->format == VEK_RGB24 ? rgb24_dither : nullptr;
-  uint32_t status = convert_strip(kDither.worker_name, source, destination, kernel, RowParams{});
+  uint32_t status = check_destination(kDither.worker_name, destination, VEK_PALETTED);
+  if (is_error(status)) return status;
+  status = convert_strip(kDither.worker_name, source, destination, kernel, RowParams{});
   if (is_error(status)) return status;
   return VEK_cmap_set_type(destination, 3);
 }
@@ -527,6 +544,10 @@ VEK_API uint32_t VEK_paletted_to_RGB24_or_Y8_1_strip(uint32_t source, uint32_t d
   if (!src || !dst) return report(name, VEK_ERROR_BAD_HANDLE);
   if (src->format == VEK_PALETTED && !src->cmap)
     return report(name, VEK_ERROR_BAD_PARAMETER, "Colourmap is NULL");
+  // Called directly, the worker may face a destination prepared for neither target;
+  // its strip would be sized for other pixels than the kernel writes.
+  if (dst->format != VEK_Y8 && dst->format != VEK_RGB24)
+    return report(name, VEK_ERROR_CORRUPT_IMAGE, "Corrupt image");
   RowParams p;
   p.cmap = src->cmap;
   RowKernel kernel = nullptr;

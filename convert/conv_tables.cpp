@@ -84,6 +84,18 @@ void release_shared_tables() {
 
 namespace {
 
+// What a builder, or a load that has to allocate the table, says when memory runs out.
+const char* alloc_message(uint32_t type) {
+  switch (type) {
+    case VEK_LUT_RGB16_TO_PALETTED: return "Unable to generate RGB16 to paletted LUT";
+    case VEK_LUT_Y8_TO_PALETTED: return "Unable to generate Y8 to paletted LUT";
+    case VEK_LUT_Y16_TO_PALETTED: return "Unable to generate Y16 to paletted LUT";
+    case VEK_LUT_YUV422_TO_RGB16: return "Unable to generate YUV to RGB16 LUT";
+    case VEK_LUT_YUV422_TO_RGB15: return "Unable to generate YUV to RGB15 LUT";
+    default: return "Unable to generate YUV to paletted LUT";
+  }
+}
+
 // Builds one of the palette-index tables from `image`'s colour map.
 uint32_t build_paletted(const char* name, uint32_t image, int type) {
   const ImageRecord* rec = lookup(image);
@@ -97,15 +109,11 @@ uint32_t build_paletted(const char* name, uint32_t image, int type) {
     if (data_width > 16)
       return report(name, VEK_ERROR_BAD_PARAMETER, "data width should <= 16 (and > 8)");
   }
-  const char* nomem = type == VEK_LUT_RGB16_TO_PALETTED ? "Unable to generate RGB16 to paletted LUT"
-                      : type == VEK_LUT_Y8_TO_PALETTED  ? "Unable to generate Y8 to paletted LUT"
-                      : type == VEK_LUT_Y16_TO_PALETTED ? "Unable to generate Y16 to paletted LUT"
-                                                        : "Unable to generate YUV to paletted LUT";
   SharedTable& t = shared_table(type);
   const size_t size = table_size(type, data_width);
   {
     LibraryLock lock;
-    if (!reserve(t, size)) return report(name, VEK_ERROR_MEMORY, nomem);
+    if (!reserve(t, size)) return report(name, VEK_ERROR_MEMORY, alloc_message(type));
   }
   const CmapEntry* map = rec->cmap;
   const uint32_t count = rec->cmap_size > kCmapEntries ? kCmapEntries : rec->cmap_size;
@@ -162,6 +170,10 @@ uint32_t begin_yuv_paletted_lut(uint32_t source) {
 }
 
 uint32_t paletted_worker(const Conversion& c, uint32_t source, uint32_t destination) {
+  // Called directly, the worker may face a destination prepared for another format,
+  // whose strip would be sized for other pixels than the kernel writes.
+  if (const ImageRecord* dst = lookup(destination); dst && dst->format != VEK_PALETTED)
+    return report(c.worker_name, VEK_ERROR_CORRUPT_IMAGE, "Corrupt image");
   RowParams p;
   RowKernel kernel = nullptr;
   if (const ImageRecord* src = lookup(source)) {
@@ -177,7 +189,12 @@ uint32_t paletted_worker(const Conversion& c, uint32_t source, uint32_t destinat
       p.table8_last = uint32_t(t.size - 1);
     }
   }
-  return convert_strip(c.worker_name, source, destination, kernel, p);
+  // Like every conversion from YUV 4:2:2 other than those to grey and the direct one
+  // to BGRX32, the YUV source runs through its strip as one stream of pairs and the
+  // indices are written back to back, without line padding on either side.
+  const ImageRecord* src = lookup(source);
+  const Layout layout = src && src->format == VEK_YUV422 ? Layout::Contiguous : Layout::Pitch;
+  return convert_strip(c.worker_name, source, destination, kernel, p, layout);
 }
 
 StripSequence g_seq_paletted_lut, g_seq_yuv_paletted_lut;
@@ -351,7 +368,7 @@ VEK_API uint32_t VEK_image_conv_LUT_load(uint32_t image, uint32_t type, const ch
     LibraryLock lock;
     if (!reserve(t, size)) {
       std::fclose(f);
-      return report(kName, VEK_ERROR_MEMORY, "Unable to allocate LUT");
+      return report(kName, VEK_ERROR_MEMORY, alloc_message(type));
     }
   }
   // Never more than the table holds is stored; a longer file is detected by one

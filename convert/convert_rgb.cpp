@@ -41,7 +41,13 @@ uint32_t rgb_worker(const Conversion& c, uint32_t source, uint32_t destination) 
     if (kernel && src->format == VEK_PALETTED && !src->cmap)
       return report(c.worker_name, VEK_ERROR_BAD_PARAMETER, "Colourmap is NULL");
   }
-  if (const ImageRecord* dst = lookup(destination)) p.dst_width_bits = dst->data_width;
+  if (const ImageRecord* dst = lookup(destination)) {
+    // Called directly, a worker may be handed a destination prepared for another
+    // format: its strip would be sized for other pixels than the kernel writes.
+    if (dst->format != c.target)
+      return report(c.worker_name, VEK_ERROR_CORRUPT_IMAGE, "Corrupt image");
+    p.dst_width_bits = dst->data_width;
+  }
   return convert_strip(c.worker_name, source, destination, kernel, p);
 }
 

@@ -4,6 +4,8 @@
 #include <cstring>
 
 #include "convert/internal.h"
+#include "convert/kernels.h"
+#include "core/cpu.h"
 
 namespace vek::conv {
 namespace {
@@ -135,11 +137,16 @@ void yuv_to_y16(const uint8_t* src, uint8_t* dst, uint32_t width, const RowParam
   for (uint32_t x = 0; x < width; ++x) store16(dst + 2 * x, uint32_t(src[2 * x]) << 8);
 }
 
+// 1024 * Y is a multiple of 1024, so (1024 * Y + k) >> 10 == Y + (k >> 10): the
+// chroma terms of yuv_to_rgb are computed once per pair and added to each luma.
 template <class Out>
 void yuv_direct_row(const uint8_t* src, uint8_t* dst, uint32_t width, const RowParams&) {
   for (uint32_t x = 0; x + 1 < width; x += 2, src += 4, dst += 2 * Out::bytes) {
-    Out::store(dst, yuv_to_rgb(src[0], src[1], src[3]));
-    Out::store(dst + Out::bytes, yuv_to_rgb(src[2], src[1], src[3]));
+    const int32_t du = int32_t(src[1]) - 128, dv = int32_t(src[3]) - 128;
+    const int32_t r = (1436 * dv) >> 10, g = (-731 * dv - 352 * du) >> 10, b = (1815 * du) >> 10;
+    const int32_t y0 = src[0], y1 = src[2];
+    Out::store(dst, Rgb{clamp255(y0 + r), clamp255(y0 + g), clamp255(y0 + b)});
+    Out::store(dst + Out::bytes, Rgb{clamp255(y1 + r), clamp255(y1 + g), clamp255(y1 + b)});
   }
 }
 
@@ -204,6 +211,60 @@ void yuv_to_pal(const uint8_t* src, uint8_t* dst, uint32_t width, const RowParam
   }
 }
 
+// ---- vector acceleration ---------------------------------------------------
+
+// A vector block kernel for the leading blocks, this scalar kernel for the rest.
+template <const simd::BlockKernel* Blocks, simd::Pair P, RowKernel Scalar, uint32_t In,
+          uint32_t Out>
+void accelerated(const uint8_t* src, uint8_t* dst, uint32_t width, const RowParams& k) {
+  const uint32_t done = Blocks[P](src, dst, width);
+  if (done < width) Scalar(src + size_t(done) * In, dst + size_t(done) * Out, width - done, k);
+}
+
+// The best kernel this CPU (minus any test mask) allows for a pair, decided once per
+// call by walking the ISA ladder best-first down to the scalar kernel.
+template <simd::Pair P, RowKernel Scalar, uint32_t In, uint32_t Out>
+RowKernel hot() {
+#if VEK_CONVERT_X86_KERNELS
+  if (cpu::has(cpu::kAvx2) && simd::kAvx2Blocks[P])
+    return accelerated<simd::kAvx2Blocks, P, Scalar, In, Out>;
+#endif
+  return Scalar;
+}
+
+// Pairs of the RGB family with vector kernels; null for the others.
+RowKernel hot_rgb(uint16_t source, uint16_t target) {
+  using namespace simd;
+  switch (target) {
+    case VEK_Y8:
+      switch (source) {
+        case VEK_RGB24: return hot<kRgb24ToY8, pixel_row<FromRgb24, ToY8>, 3, 1>();
+        case VEK_BGR24: return hot<kBgr24ToY8, pixel_row<FromBgr24, ToY8>, 3, 1>();
+        case VEK_BGRX32: return hot<kBgrx32ToY8, pixel_row<FromBgrx32, ToY8>, 4, 1>();
+        case VEK_YUV422: return hot<kYuvToY8, yuv_to_y8, 2, 1>();
+        default: return nullptr;
+      }
+    case VEK_YUV422:
+      switch (source) {
+        case VEK_RGB24: return hot<kRgb24ToYuv, yuv_row<FromRgb24>, 3, 2>();
+        case VEK_BGR24: return hot<kBgr24ToYuv, yuv_row<FromBgr24>, 3, 2>();
+        case VEK_BGRX32: return hot<kBgrx32ToYuv, yuv_row<FromBgrx32>, 4, 2>();
+        default: return nullptr;
+      }
+    case VEK_RGB24:
+      if (source == VEK_BGR24) return hot<kSwap24, pixel_row<FromBgr24, ToRgb24>, 3, 3>();
+      if (source == VEK_BGRX32) return hot<kBgrx32ToRgb24, pixel_row<FromBgrx32, ToRgb24>, 4, 3>();
+      return nullptr;
+    case VEK_BGR24:
+      if (source == VEK_RGB24) return hot<kSwap24, pixel_row<FromRgb24, ToBgr24>, 3, 3>();
+      return nullptr;
+    case VEK_BGRX32:
+      if (source == VEK_RGB24) return hot<kRgb24ToBgrx32, pixel_row<FromRgb24, ToBgrx32>, 3, 4>();
+      return nullptr;
+    default: return nullptr;
+  }
+}
+
 // ---- kernel tables ---------------------------------------------------------
 
 template <class Out>
@@ -242,6 +303,7 @@ RowKernel to_yuv(uint16_t source) {
 }  // namespace
 
 RowKernel rgb_kernel(uint16_t source, uint16_t target) {
+  if (RowKernel k = hot_rgb(source, target)) return k;
   switch (target) {
     case VEK_RGB24: return from_source<ToRgb24>(source);
     case VEK_BGR24: return from_source<ToBgr24>(source);
@@ -289,17 +351,17 @@ RowKernel yuv_kernel(uint16_t target, bool table) {
     }
   }
   switch (target) {
-    case VEK_Y8: return yuv_to_y8;
+    case VEK_Y8: return hot<simd::kYuvToY8, yuv_to_y8, 2, 1>();
     case VEK_Y16: return yuv_to_y16;
     case VEK_HSI: return yuv_to_hsi;
     case VEK_RGB15: return yuv_direct_row<ToRgb15>;
     case VEK_RGB16: return yuv_direct_row<ToRgb16>;
-    case VEK_RGB24: return yuv_direct_row<ToRgb24>;
-    case VEK_BGR24: return yuv_direct_row<ToBgr24>;
-    case VEK_RGBX32: return yuv_direct_row<ToRgbx32>;
-    case VEK_BGRX32: return yuv_direct_row<ToBgrx32>;
-    case VEK_XBGR32: return yuv_direct_row<ToXbgr32>;
-    case VEK_XRGB32: return yuv_direct_row<ToXrgb32>;
+    case VEK_RGB24: return hot<simd::kYuvToRgb24, yuv_direct_row<ToRgb24>, 2, 3>();
+    case VEK_BGR24: return hot<simd::kYuvToBgr24, yuv_direct_row<ToBgr24>, 2, 3>();
+    case VEK_RGBX32: return hot<simd::kYuvToRgbx32, yuv_direct_row<ToRgbx32>, 2, 4>();
+    case VEK_BGRX32: return hot<simd::kYuvToBgrx32, yuv_direct_row<ToBgrx32>, 2, 4>();
+    case VEK_XBGR32: return hot<simd::kYuvToXbgr32, yuv_direct_row<ToXbgr32>, 2, 4>();
+    case VEK_XRGB32: return hot<simd::kYuvToXrgb32, yuv_direct_row<ToXrgb32>, 2, 4>();
     default: return nullptr;
   }
 }

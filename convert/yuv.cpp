@@ -65,7 +65,17 @@ Layout yuv_layout(uint16_t target, bool table) {
   return Layout::Contiguous;
 }
 
+// Called directly, a worker may be handed a destination prepared for another format:
+// its strip would be sized for other pixels than the kernel writes.
+uint32_t check_destination(const Conversion& c, uint32_t destination) {
+  const ImageRecord* dst = lookup(destination);
+  if (dst && dst->format != c.target)
+    return report(c.worker_name, VEK_ERROR_CORRUPT_IMAGE, "Corrupt image");
+  return VEK_OK;
+}
+
 uint32_t yuv_worker(const Conversion& c, bool table, uint32_t source, uint32_t destination) {
+  if (uint32_t status = check_destination(c, destination); is_error(status)) return status;
   RowParams p;
   const ImageRecord* src = lookup(source);
   RowKernel kernel = src && src->format == VEK_YUV422 ? yuv_kernel(c.target, table) : nullptr;
@@ -114,6 +124,7 @@ constexpr Conversion from_yuv(const char* name, const char* worker_name, uint16_
 }
 
 uint32_t to_yuv_worker(const Conversion& c, uint32_t source, uint32_t destination) {
+  if (uint32_t status = check_destination(c, destination); is_error(status)) return status;
   RowParams p;
   RowKernel kernel = nullptr;
   if (const ImageRecord* src = lookup(source)) {

@@ -7,38 +7,13 @@
 
 #if VEK_WITH_CONVERT
 #include "convert/internal.h"
+#endif
 
 namespace vek::family {
 
-void destroy_all_luts() { VEK_LUT_destroy(VEK_ALL_IMAGES); }
-
-void free_shared_tables() { conv::release_shared_tables(); }
-
-void destroy_cmap_info(uint32_t handle) { VEK_cmap_destroy_info(handle); }
-
-// Parameter copies must not report on their own: a missing map is simply skipped.
-void cmap_copy(uint32_t source, uint32_t destination) {
-  const ImageRecord* src = lookup(source);
-  const ImageRecord* dst = lookup(destination);
-  if (src && dst && src != dst) VEK_cmap_copy(source, destination);
-}
-
-uint32_t cmap_set_type(uint32_t handle, uint32_t type) { return VEK_cmap_set_type(handle, type); }
-
-}  // namespace vek::family
-#else
-namespace vek::family {
-
-void destroy_all_luts() {}
-void free_shared_tables() {}
-
-void destroy_cmap_info(uint32_t handle) {
-  ImageRecord* rec = lookup(handle);
-  if (!rec) return;
-  std::free(rec->cmap_info);
-  rec->cmap_info = nullptr;
-}
-
+// A parameter copy carries the colour map's entries (R, G, B) but never its information
+// record, which the copy leaves out explicitly; so this is not VEK_cmap_copy, which also
+// copies that record and may report while doing so.
 void cmap_copy(uint32_t source, uint32_t destination) {
   const ImageRecord* src = lookup(source);
   ImageRecord* dst = lookup(destination);
@@ -48,6 +23,29 @@ void cmap_copy(uint32_t source, uint32_t destination) {
     dst->cmap[i].g = src->cmap[i].g;
     dst->cmap[i].b = src->cmap[i].b;
   }
+}
+
+#if VEK_WITH_CONVERT
+
+void destroy_all_luts() { VEK_LUT_destroy(VEK_ALL_IMAGES); }
+
+void free_shared_tables() { conv::release_shared_tables(); }
+
+void destroy_cmap_info(uint32_t handle) { VEK_cmap_destroy_info(handle); }
+
+uint32_t cmap_set_type(uint32_t handle, uint32_t type) { return VEK_cmap_set_type(handle, type); }
+
+#else
+
+void destroy_all_luts() {}
+
+void free_shared_tables() {}
+
+void destroy_cmap_info(uint32_t handle) {
+  ImageRecord* rec = lookup(handle);
+  if (!rec) return;
+  std::free(rec->cmap_info);
+  rec->cmap_info = nullptr;
 }
 
 // Only the grey map is known without the colour-map family.
@@ -62,5 +60,6 @@ uint32_t cmap_set_type(uint32_t handle, uint32_t type) {
   return VEK_OK;
 }
 
-}  // namespace vek::family
 #endif
+
+}  // namespace vek::family

@@ -243,11 +243,6 @@ VEK_API uint32_t VEK_read_BMP_file(uint32_t handle, uint32_t mode) {
   BmpHeader h;
   uint32_t status = read_header(f.get(), h);
   if (is_error(status)) return status;
-  // Every stored row must lie inside the file before anything is allocated for it.
-  if (std::fseek(f.get(), 0, SEEK_END) != 0) return report(kRead, VEK_ERROR_INTERNAL, "fseek failed");
-  const long file_size = std::ftell(f.get());
-  if (file_size < 0 || uint64_t(h.data_offset) + h.row * h.height > uint64_t(file_size))
-    return report(kRead, VEK_ERROR_CORRUPT_IMAGE, "Image data extends beyond end of file");
   if (h.bits == 8) {
     status = read_palette(f.get(), h, *rec);
     if (is_error(status)) return status;
@@ -265,6 +260,12 @@ VEK_API uint32_t VEK_read_BMP_file(uint32_t handle, uint32_t mode) {
   status = run_strip(
       g_bmp_sequence, mode, *rec, [] { return VEK_OK; },
       [&](const StripSequence::Strip&) -> uint32_t {
+        // Every stored row must lie inside the file before anything is allocated for
+        // it; the header-only modes do not need the rows and so do not look.
+        if (std::fseek(f.get(), 0, SEEK_END) != 0) return report(kReadStrip, VEK_ERROR_INTERNAL, "fseek failed");
+        const long file_size = std::ftell(f.get());
+        if (file_size < 0 || uint64_t(h.data_offset) + h.row * h.height > uint64_t(file_size))
+          return report(kRead, VEK_ERROR_CORRUPT_IMAGE, "Image data extends beyond end of file");
         VEK_image_free_data(handle);
         uint32_t s = VEK_image_malloc_a_strip(handle);
         if (is_error(s)) return s;

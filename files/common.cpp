@@ -12,7 +12,7 @@ uint32_t read_whole_file(const char* name, Block& out) {
   if (!out.allocate(static_cast<size_t>(end))) return VEK_ERROR_MEMORY;
   if (end > 0 && std::fread(out.get(), 1, out.size(), f.get()) != out.size())
     return VEK_ERROR_OPEN_FAILED;
-  return VEK_OK;
+  return f.close() ? VEK_OK : VEK_ERROR_CLOSE_FAILED;
 }
 
 }  // namespace vek::files

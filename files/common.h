@@ -67,7 +67,8 @@ class Block {
 };
 
 // Reads a whole file into `out`. Returns 0, VEK_ERROR_OPEN_FAILED when the file
-// cannot be opened or read, or VEK_ERROR_MEMORY when the block cannot be allocated.
+// cannot be opened or read, VEK_ERROR_CLOSE_FAILED when closing it fails, or
+// VEK_ERROR_MEMORY when the block cannot be allocated.
 uint32_t read_whole_file(const char* name, Block& out);
 
 inline uint8_t clamp8(int v) { return v < 0 ? 0 : v > 255 ? 255 : static_cast<uint8_t>(v); }

@@ -15,7 +15,6 @@ constexpr const char kUnknownFormat[] = "Unsupported/unrecognized image format";
 
 // One raw file is written at a time: the stream stays open between strips.
 FILE* g_raw_stream = nullptr;
-StripSequence g_raw_sequence;
 
 bool read_exact(FILE* f, void* dst, size_t n) { return std::fread(dst, 1, n, f) == n; }
 
@@ -172,24 +171,26 @@ VEK_API uint32_t VEK_write_raw_data_file(uint32_t handle, uint32_t mode) {
   close_raw();
   g_raw_stream = std::fopen(rec->outfile, "wb");
   if (!g_raw_stream) return report(kRaw, VEK_ERROR_OPEN_FAILED, "Failed to create file");
-  if (mode == VEK_STRIP_END) {
-    g_raw_sequence.reset();
-    return close_raw();
+  if (mode == VEK_STRIP_END) return close_raw();
+  if (mode != VEK_STRIP_NEXT) return VEK_OK;
+  // No count of lines is kept between calls: the strip's own size against the height
+  // decides whether the file is finished. A shared line count would let a partial
+  // write left behind cut the strip of the next, unrelated image short.
+  const bool partial = rec->lines_per_strip < rec->height;
+  if (!partial) {
+    rec->lines_per_strip = rec->height;
+    rec->bytes_per_strip = rec->height * rec->bytes_per_line;
   }
-  return run_strip(
-      g_raw_sequence, mode, *rec, [] { return VEK_OK; },
-      [&](const StripSequence::Strip& strip) -> uint32_t {
-        if (!rec->data) {
-          close_raw();
-          return report(kRaw, VEK_ERROR_BAD_PARAMETER, "Image has no data");
-        }
-        uint32_t s = write_raw_strip(*rec, g_raw_stream);
-        if (is_error(s)) {
-          close_raw();
-          return s;
-        }
-        return strip.last ? close_raw() : VEK_OK;
-      });
+  if (!rec->data) {
+    close_raw();
+    return report(kRaw, VEK_ERROR_BAD_PARAMETER, "Image has no data");
+  }
+  const uint32_t s = write_raw_strip(*rec, g_raw_stream);
+  if (is_error(s)) {
+    close_raw();
+    return s;
+  }
+  return partial ? VEK_OK : close_raw();
 }
 
 }  // extern "C"

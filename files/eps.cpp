@@ -69,19 +69,27 @@ size_t line_bytes(const ImageRecord& rec) {
 
 // Hex rows: two lower-case digits a byte, a line feed after every 39th byte of a row
 // and one at the row's end (so a row of a multiple of 39 bytes ends in two).
+// Rows are walked at their byte count rounded up to even, whatever the image's own
+// alignment: the layout assumes the default 2-byte line alignment, and an image
+// aligned otherwise is written as that walk finds it. Where the walk would leave the
+// strip (an image aligned to 1) the missing bytes are written as zeros instead of
+// being read from beyond the buffer.
 void write_data(const ImageRecord& rec, FILE* f) {
   static const char kHex[] = "0123456789abcdef";
   const size_t n = line_bytes(rec);
-  // Rows of the default 2-byte alignment step by their byte count rounded up to even;
-  // the line size says the same for every alignment, so it is used where it exists.
-  const size_t stride = rec.format == VEK_Y1 ? (n + 1) & ~size_t(1) : rec.bytes_per_line;
+  const size_t stride = (n + 1) & ~size_t(1);
+  // 1-bit lines are not sized by the validator, so their strip has no known end.
+  const size_t strip = rec.format == VEK_Y1 ? SIZE_MAX : size_t(rec.bytes_per_line) * rec.lines_per_strip;
   char out[4096];
   size_t k = 0;
   for (size_t y = 0; y < rec.lines_per_strip; ++y) {
-    const uint8_t* src = rec.data + y * stride;
+    const size_t at = y * stride;
+    const uint8_t* src = rec.data + (at < strip ? at : 0);
+    const size_t have = at < strip ? (strip - at < n ? strip - at : n) : 0;
     for (size_t i = 0; i < n; ++i) {
-      out[k++] = kHex[src[i] >> 4];
-      out[k++] = kHex[src[i] & 15];
+      const uint8_t v = i < have ? src[i] : 0;
+      out[k++] = kHex[v >> 4];
+      out[k++] = kHex[v & 15];
       if ((i + 1) % 39 == 0) out[k++] = '\n';
       if (k > sizeof out - 4) {
         std::fwrite(out, 1, k, f);
@@ -264,7 +272,9 @@ uint32_t parse_header(const char* text, size_t n, EpsHeader& h, ImageRecord& rec
   return report(kRead, VEK_ERROR_CORRUPT_IMAGE, "No image found in file");
 }
 
-uint32_t read_hex(const char* text, size_t n, size_t pos, uint8_t* dst, size_t count) {
+// Reads `count` bytes of hex digits from `pos` on (white space between digits is
+// skipped) and leaves `pos` just after the last digit used.
+uint32_t read_hex(const char* text, size_t n, size_t& pos, uint8_t* dst, size_t count) {
   size_t got = 0;
   int high = -1;
   for (; pos < n && got < count; ++pos) {
@@ -367,6 +377,7 @@ VEK_API uint32_t VEK_read_EPS_file(uint32_t handle, uint32_t mode) {
   Block file;
   uint32_t s = files::read_whole_file(rec->infile, file);
   if (s == VEK_ERROR_MEMORY) return report(kRead, s, "Failed to allocate memory for the file");
+  if (s == VEK_ERROR_CLOSE_FAILED) return report(kRead, s, "Failed to close file");
   if (is_error(s)) return report(kRead, s, "Failed to open file");
   const char* text = reinterpret_cast<const char*>(file.get());
   const size_t n = file.size();
@@ -415,12 +426,6 @@ VEK_API uint32_t VEK_read_EPS_file(uint32_t handle, uint32_t mode) {
         for (size_t y = 0; y < rec->height; ++y) {
           uint32_t st = read_hex(text, n, pos, rec->data + y * stride, per_line);
           if (is_error(st)) return st;
-          // Each row ends where its last digit pair did; find that point again.
-          size_t digits = 0;
-          while (digits < 2 * per_line) {
-            if (hex_value(static_cast<unsigned char>(text[pos])) >= 0) ++digits;
-            ++pos;
-          }
         }
         return VEK_OK;
       });

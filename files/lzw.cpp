@@ -1,6 +1,6 @@
 // LZW codec for TIFF strips. The encoder finds (prefix, byte) pairs in an open-
-// addressing hash table; the decoder keeps a prefix table and writes each string
-// back to front, so neither ever searches linearly.
+// addressing hash table; the decoder remembers where in its output each string was
+// written and copies it from there, so neither ever searches or walks a chain.
 #include "files/lzw.h"
 
 #include <cstdlib>
@@ -42,9 +42,11 @@ struct LZWData {
   size_t src_len, src_pos;
   size_t io_len, io_pos;
   uint8_t io[kIoSize];  // stream buffer for either direction
-  // Decoder string table: code -> (prefix, last byte, first byte, length).
-  uint16_t prefix[kLzwCodes];
-  uint8_t suffix[kLzwCodes];
+  // Decoder string table: code -> (output position, first byte, length). The output
+  // only grows, so a string once written stays where it was and later copies of it
+  // are taken from there.
+  size_t where[kLzwCodes];
+  size_t last_at;       // decoder: output position of the previous code's string
   uint8_t first[kLzwCodes];
   uint16_t length[kLzwCodes];
   // Encoder table: slot -> prefix << 20 | byte << 12 | code, or kHashEmpty.
@@ -96,37 +98,6 @@ int next_byte(LZWData* s) {
   return s->io[s->io_pos++];
 }
 
-// The end of the input reads as the end code.
-uint32_t get_code(LZWData* s) {
-  while (s->nbits < s->width) {
-    const int b = next_byte(s);
-    if (b < 0) return kLzwEnd;
-    s->bits = (s->bits << 8) | static_cast<uint32_t>(b);
-    s->nbits += 8;
-  }
-  s->nbits -= s->width;
-  return (s->bits >> s->nbits) & ((1u << s->width) - 1);
-}
-
-// Writes the string of `code` at the output position, cut at the buffer's end.
-void put_string(LZWData* s, uint32_t code) {
-  const size_t len = s->length[code];
-  const size_t room = s->capacity - s->count;
-  size_t keep = len < room ? len : room;
-  uint8_t* out = s->data + s->count;
-  size_t i = len;
-  // Walk back from the string's last byte; bytes past the buffer's end are dropped.
-  while (i > keep) {
-    code = s->prefix[code];
-    --i;
-  }
-  while (i > 0) {
-    out[--i] = s->suffix[code];
-    code = s->prefix[code];
-  }
-  s->count += keep;
-}
-
 uint32_t decode_failure(uint32_t code, const char* message) {
   return report("lzw_decode", code, message);
 }
@@ -144,10 +115,11 @@ LZWData* create_state(FILE* stream, uint8_t* data, uint32_t a, uint32_t b) {
   s->arg_a = a;
   s->arg_b = b;
   s->previous = kNoCode;
+  s->last_at = 0;
   reset_table(s);
   for (uint32_t c = 0; c < 256; ++c) {
-    s->prefix[c] = 0;
-    s->suffix[c] = s->first[c] = static_cast<uint8_t>(c);
+    s->where[c] = 0;
+    s->first[c] = static_cast<uint8_t>(c);
     s->length[c] = 1;
   }
   clear_hash(s);
@@ -279,57 +251,137 @@ uint32_t lzw_close_encode(LZWData* s, uint32_t* byte_count_out) {
 
 uint32_t lzw_decode(LZWData* s, uint32_t n) {
   if (!s) return report("lzw_decode", VEK_ERROR_BAD_HANDLE, "LZW null data pointer");
-  for (uint32_t i = 0; i < n && !s->finished; ++i) {
-    uint32_t code = get_code(s);
-    if (code == kLzwEnd) {
-      reset_table(s);
-      s->bits = s->nbits = 0;
-      s->finished = true;
-      return VEK_OK;
+  // The hot state is held in locals and written back on every way out: stores into
+  // the output bytes may alias any field of the state, which would otherwise be
+  // reloaded after each byte written.
+  uint32_t bits = s->bits, nbits = s->nbits, width = s->width, next = s->next, previous = s->previous;
+  size_t count = s->count, src_pos = s->src_pos;
+  const size_t capacity = s->capacity, src_len = s->src_len;
+  const uint8_t* const src = s->src;
+  uint8_t* const out = s->data;
+  size_t* const where = s->where;
+  size_t last_at = s->last_at;
+  uint8_t* const first = s->first;
+  uint16_t* const length = s->length;
+  bool finished = s->finished;
+  auto save = [&] {
+    s->bits = bits;
+    s->nbits = nbits;
+    s->width = width;
+    s->next = next;
+    s->previous = s->code = previous;
+    if (previous != kNoCode) s->byte = first[previous];
+    s->count = count;
+    s->src_pos = src_pos;
+    s->finished = finished;
+    s->last_at = last_at;
+  };
+  // The end of the input reads as the end code.
+  auto get = [&]() -> uint32_t {
+    while (nbits < width) {
+      int b;
+      if (src) {
+        b = src_pos < src_len ? src[src_pos++] : -1;
+      } else {
+        b = next_byte(s);
+      }
+      if (b < 0) return kLzwEnd;
+      bits = (bits << 8) | static_cast<uint32_t>(b);
+      nbits += 8;
     }
-    if (s->count >= s->capacity) return VEK_OK;
+    nbits -= width;
+    return (bits >> nbits) & ((1u << width) - 1);
+  };
+  // Writes the string of `code`, cut at the buffer's end. Single bytes are the codes
+  // themselves; longer strings are copied from where they were written before. A
+  // string that ends in its own first byte (a code entered just now) overlaps its
+  // copy by one byte and is copied forward byte by byte.
+  auto emit = [&](uint32_t code) {
+    last_at = count;
+    if (count >= capacity) return;
+    if (code < 256) {
+      out[count++] = static_cast<uint8_t>(code);
+      return;
+    }
+    const size_t room = capacity - count;
+    const size_t len = length[code] < room ? length[code] : room;
+    const size_t from = where[code];
+    if (from + len <= count && len <= 16 && capacity - count >= 16) {
+      // Most strings are short: two whole words, loaded before either is stored, cover
+      // them without a call; the bytes past the string lie beyond the output so far
+      // and are overwritten by what follows.
+      uint64_t a, b;
+      std::memcpy(&a, out + from, 8);
+      std::memcpy(&b, out + from + 8, 8);
+      std::memcpy(out + count, &a, 8);
+      std::memcpy(out + count + 8, &b, 8);
+    } else if (from + len <= count) {
+      std::memcpy(out + count, out + from, len);
+    } else {
+      for (size_t k = 0; k < len; ++k) out[count + k] = out[from + k];
+    }
+    count += len;
+  };
+  for (uint32_t i = 0; i < n && !finished; ++i) {
+    uint32_t code = get();
+    if (code == kLzwEnd) {
+      next = kLzwFirstFree;
+      width = 9;
+      bits = nbits = 0;
+      finished = true;
+      break;
+    }
+    if (count >= capacity) break;
     if (code == kLzwClear) {
       do {
-        reset_table(s);
-        code = get_code(s);
+        next = kLzwFirstFree;
+        width = 9;
+        code = get();
       } while (code == kLzwClear);
       if (code == kLzwEnd) {
-        s->finished = true;
-        return VEK_OK;
+        finished = true;
+        break;
       }
-      if (code == (1u << s->width) - 1)
+      if (code == (1u << width) - 1) {
+        save();
         return decode_failure(VEK_ERROR_UNEXPECTED, "Unexpected EOF found");
-      if (code > 255) return decode_failure(VEK_ERROR_CORRUPT_IMAGE, "LZW code not in table");
-      put_string(s, code);
-      s->previous = s->code = code;
-      s->byte = code;
+      }
+      if (code > 255) {
+        save();
+        return decode_failure(VEK_ERROR_CORRUPT_IMAGE, "LZW code not in table");
+      }
+      emit(code);
+      previous = code;
       continue;
     }
-    if (s->previous == kNoCode) {
+    if (previous == kNoCode) {
       // A stream that does not begin with Clear starts with an empty table.
-      if (code > 255) return decode_failure(VEK_ERROR_CORRUPT_IMAGE, "LZW code not in table");
-      put_string(s, code);
-      s->previous = s->code = code;
-      s->byte = code;
+      if (code > 255) {
+        save();
+        return decode_failure(VEK_ERROR_CORRUPT_IMAGE, "LZW code not in table");
+      }
+      emit(code);
+      previous = code;
       continue;
     }
-    if (code > s->next || (code == s->next && s->next >= kLzwCodes))
+    if (code > next || (code == next && next >= kLzwCodes)) {
+      save();
       return decode_failure(VEK_ERROR_CORRUPT_IMAGE, "LZW code not in table");
-    if (s->next < kLzwCodes) {
-      // A code not yet in the table is the previous string plus its own first byte.
-      const uint32_t p = s->previous;
-      const uint8_t head = code < s->next ? s->first[code] : s->first[p];
-      const uint32_t e = s->next++;
-      s->prefix[e] = static_cast<uint16_t>(p);
-      s->suffix[e] = head;
-      s->first[e] = s->first[p];
-      s->length[e] = static_cast<uint16_t>(s->length[p] + 1);
-      if (s->next == (1u << s->width) - 1 && s->width < 12) ++s->width;
     }
-    put_string(s, code);
-    s->byte = s->first[code];
-    s->previous = s->code = code;
+    if (next < kLzwCodes) {
+      // The new entry is the previous string plus this code's first byte, which is
+      // just what the output holds from the previous string on once this code is
+      // written (also for a code not yet in the table, whose string starts there).
+      const uint32_t e = next++;
+      where[e] = last_at;
+      first[e] = first[previous];
+      length[e] = static_cast<uint16_t>(length[previous] + 1);
+      if (next == (1u << width) - 1 && width < 12) ++width;
+    }
+    emit(code);
+    previous = code;
   }
+  save();
   return VEK_OK;
 }
 

@@ -46,6 +46,20 @@ inline void difference_row(uint8_t* p, size_t n, Predictor pr) {
     for (size_t k = 0; k < pr.samples; ++k) p[i * g + k] = static_cast<uint8_t>(p[i * g + k] - p[(i - 1) * g + k]);
 }
 
+namespace detail {
+// Running sums kept in registers: adding each sample to the one stored a group
+// before would make every byte wait for the store of the byte it depends on.
+template <size_t G, size_t S>
+inline void accumulate_groups(uint8_t* p, size_t groups) {
+  uint8_t acc[S];
+  for (size_t k = 0; k < S; ++k) acc[k] = p[k];
+  for (size_t i = 1; i < groups; ++i) {
+    uint8_t* q = p + i * G;
+    for (size_t k = 0; k < S; ++k) q[k] = acc[k] = static_cast<uint8_t>(acc[k] + q[k]);
+  }
+}
+}  // namespace detail
+
 // The inverse: running sums from the second sample on.
 inline void accumulate_row(uint8_t* p, size_t n, Predictor pr) {
   if (!pr.group) return;
@@ -63,10 +77,11 @@ inline void accumulate_row(uint8_t* p, size_t n, Predictor pr) {
   }
   const size_t g = pr.group;
   const size_t groups = n / g;
-  if (g == 1) {
-    for (size_t i = 1; i < groups; ++i) p[i] = static_cast<uint8_t>(p[i] + p[i - 1]);
-    return;
-  }
+  if (groups == 0) return;
+  if (g == 1) return detail::accumulate_groups<1, 1>(p, groups);
+  if (g == 3 && pr.samples == 3) return detail::accumulate_groups<3, 3>(p, groups);
+  if (g == 4 && pr.samples == 3) return detail::accumulate_groups<4, 3>(p, groups);
+  if (g == 4 && pr.samples == 4) return detail::accumulate_groups<4, 4>(p, groups);
   for (size_t i = 1; i < groups; ++i)
     for (size_t k = 0; k < pr.samples; ++k) p[i * g + k] = static_cast<uint8_t>(p[i * g + k] + p[(i - 1) * g + k]);
 }

@@ -369,6 +369,7 @@ VEK_API uint32_t VEK_read_TIFF_file(uint32_t handle, uint32_t mode) {
   Block file;
   uint32_t s = files::read_whole_file(rec->infile, file);
   if (s == VEK_ERROR_MEMORY) return report(kName, s, "Failed to allocate memory for the file");
+  if (s == VEK_ERROR_CLOSE_FAILED) return report(kName, s, "Failed to close file");
   if (is_error(s)) return report(kName, s, "Failed to open file");
   const uint8_t* p = file.get();
   if (file.size() < 8 || !((p[0] == 'M' && p[1] == 'M') || (p[0] == 'I' && p[1] == 'I')))

@@ -12,6 +12,11 @@
 #include "core/alloc.h"
 #include "jpeg/dct.h"
 #include "jpeg/internal.h"
+#include "jpeg/kernels.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace vek::jpeg {
 namespace {
@@ -32,7 +37,8 @@ struct BitReader {
   uint64_t loaded = 0;
   uint64_t limit = ~uint64_t(0);
 
-  void refill() {
+  // Inlined so that the reader can live in registers inside the block loop.
+  __attribute__((always_inline)) inline void refill() {
     if (end - p >= 8 && bits <= 56) {
       uint64_t w = 0;
       for (int i = 0; i < 8; ++i) w = (w << 8) | p[i];
@@ -80,9 +86,39 @@ inline int32_t extend(uint32_t v, int s) {
 
 enum BlockResult { kBlockOk = 0, kBadDc, kBadAc, kTooMany };
 
-// Decodes one block into `coef` (natural order, dequantised; must arrive zeroed).
-inline BlockResult decode_block(BitReader& br, const DcEntry* dct, int dc_bits, const AcEntry* act,
-                                int32_t& pred, const int32_t* qn, int32_t* coef) {
+// First-level AC look-up by the next kFastBits bits, for symbols whose code and
+// magnitude bits fit there together (most of them): the coefficient comes out already
+// sign-extended. `length` 0 sends the decoder to the full 16-bit table.
+constexpr int kFastBits = 11;
+struct FastAc {
+  int16_t value;   // 0 for end of block and sixteen zeros (size 0)
+  uint8_t run;
+  uint8_t length;  // code plus magnitude bits
+};
+
+void build_fast(const AcEntry* ac, FastAc* fast) {
+  for (uint32_t p = 0; p < (1u << kFastBits); ++p) {
+    const AcEntry a = ac[p << (16 - kFastBits)];
+    FastAc f{0, 0, 0};
+    if (a.size != kInvalid && a.length > 0 && a.length + a.size <= kFastBits) {
+      f.run = a.run;
+      f.length = uint8_t(a.length + a.size);
+      if (a.size) {
+        const uint32_t v = (p >> (kFastBits - a.length - a.size)) & ((1u << a.size) - 1u);
+        f.value = int16_t(v < (1u << (a.size - 1)) ? int32_t(v) - (1 << a.size) + 1 : int32_t(v));
+      }
+    }
+    fast[p] = f;
+  }
+}
+
+// Decodes one block into `coef` (natural order, dequantised by the zigzag-order steps
+// `qz`; must arrive zeroed).
+// `has_ac` tells whether any AC coefficient was stored, so a DC-only block can skip
+// the transform.
+__attribute__((always_inline)) inline BlockResult decode_block_in(BitReader& br, const DcEntry* dct, int dc_bits, const AcEntry* act,
+                                   const FastAc* fast, int32_t& pred, const int32_t* qz, int32_t* coef,
+                                   bool& has_ac) {
   if (br.bits < 32) br.refill();
   const DcEntry e = dct[br.peek(dc_bits)];
   if (e.category == kInvalid) return kBadDc;
@@ -93,9 +129,28 @@ inline BlockResult decode_block(BitReader& br, const DcEntry* dct, int dc_bits, 
     br.skip(e.category);
   }
   pred = int32_t(uint32_t(pred) + uint32_t(diff));
-  coef[0] = int32_t(uint32_t(pred) * uint32_t(qn[0]));
+  coef[0] = int32_t(uint32_t(pred) * uint32_t(qz[0]));
+  bool any = false;
   for (int k = 1; k < 64;) {
     if (br.bits < 32) br.refill();
+    const FastAc f = fast[br.peek(kFastBits)];
+    // A coefficient beyond position 63 takes the full path, which fails before reading
+    // its magnitude bits: the reader's position decides how the failure is reported.
+    if (f.length && (f.value == 0 || k + f.run <= 63)) {
+      br.skip(f.length);
+      if (f.value) {
+        k += f.run;
+        const int n = kZigzag[k];
+        coef[n] = int32_t(uint32_t(int32_t(f.value)) * uint32_t(qz[k]));
+        any = true;
+        ++k;
+        continue;
+      }
+      if (f.run != 15) break;  // end of block
+      k += 16;
+      if (k > 64) return kTooMany;
+      continue;
+    }
     const AcEntry a = act[br.peek(16)];
     if (a.size == kInvalid) return kBadAc;
     br.skip(a.length);
@@ -110,10 +165,39 @@ inline BlockResult decode_block(BitReader& br, const DcEntry* dct, int dc_bits, 
     const int32_t v = extend(br.peek(a.size), a.size);
     br.skip(a.size);
     const int n = kZigzag[k];
-    coef[n] = int32_t(uint32_t(v) * uint32_t(qn[n]));
+    coef[n] = int32_t(uint32_t(v) * uint32_t(qz[k]));
+    any = true;
     ++k;
   }
+  has_ac = any;
   return kBlockOk;
+}
+
+// The reader is copied into a local for the block: through the caller's reference the
+// compiler must assume that every coefficient store may change it.
+__attribute__((always_inline)) inline BlockResult decode_block(BitReader& shared, const DcEntry* dct, int dc_bits, const AcEntry* act,
+                                const FastAc* fast, int32_t& pred, const int32_t* qz, int32_t* coef,
+                                bool& has_ac) {
+  BitReader br = shared;
+  int32_t p = pred;
+  bool any = false;
+  const BlockResult r = decode_block_in(br, dct, dc_bits, act, fast, p, qz, coef, any);
+  shared = br;
+  pred = p;
+  has_ac = any;
+  return r;
+}
+
+// Transforms a decoded block into 8 rows of bytes and leaves `coef` zeroed again.
+inline void finish_block(const Kernels& kern, int32_t* coef, bool has_ac, uint8_t* out, size_t stride) {
+  if (!has_ac) {
+    const uint8_t v = dc_only_value(coef[0]);
+    for (int r = 0; r < 8; ++r) std::memset(out + r * stride, v, 8);
+    coef[0] = 0;
+    return;
+  }
+  kern.idct(coef, out, stride);
+  std::memset(coef, 0, 64 * sizeof(int32_t));
 }
 
 const char* block_message(BlockResult r) {
@@ -134,7 +218,10 @@ uint32_t block_failure(const char* fn, const char* prefix, BlockResult r) {
 struct DecodeContext {
   BitReader br;
   DecodeSet tables{};
-  int32_t qn[2][64];  // natural-order steps of components 1 and 2/3
+  const Kernels* kern = nullptr;
+  const FastAc* fast[2] = {nullptr, nullptr};
+  FastAc own_fast[2][1 << kFastBits];
+  int32_t qz[2][64];  // steps of components 1 and 2/3, zigzag order like the coded data
   int32_t pred[3] = {0, 0, 0};
 };
 
@@ -148,15 +235,29 @@ uint32_t prepare(const char* fn, const ImageRecord& src, DecodeContext& ctx, Str
   if (uses_standard_tables(j)) {
     if (!default_tables_ready()) return report(fn, VEK_ERROR_INTERNAL, "Huffman tables not built");
     ctx.tables = default_decode_set();
+    // The standard tables never change once built, so neither do their fast tables.
+    static const struct DefaultFast {
+      FastAc t[2][1 << kFastBits];
+      DefaultFast() {
+        for (int i = 0; i < 2; ++i) build_fast(default_decode_set().ac[i], t[i]);
+      }
+    } fast;
+    ctx.fast[0] = fast.t[0];
+    ctx.fast[1] = fast.t[1];
   } else {
     const uint32_t status = own.build(j);
     if (status == VEK_ERROR_MEMORY) return report(fn, VEK_ERROR_MEMORY);
     if (is_error(status)) return report(fn, VEK_ERROR_CORRUPT_IMAGE, "Invalid Huffman table");
     ctx.tables = own.set();
+    for (int i = 0; i < 2; ++i) {
+      build_fast(ctx.tables.ac[i], ctx.own_fast[i]);
+      ctx.fast[i] = ctx.own_fast[i];
+    }
   }
+  ctx.kern = &kernels();
   for (int c = 0; c < 2; ++c) {
     const int slot = j.q_selector[c] & 3;
-    for (int n = 0; n < 64; ++n) ctx.qn[c][n] = j.q_table[slot][kNaturalToZigzag[n]];
+    for (int k = 0; k < 64; ++k) ctx.qz[c][k] = j.q_table[slot][k];
   }
   return VEK_OK;
 }
@@ -172,17 +273,18 @@ uint32_t decode_y8(const ImageRecord& src, ImageRecord& dst) {
   uint32_t status = prepare(kFn, src, ctx, own);
   if (is_error(status)) return status;
   const size_t pitch = dst.bytes_per_line;
-  alignas(32) int32_t coef[64];
+  alignas(32) int32_t coef[64] = {};
+  const Kernels& kern = *ctx.kern;
   for (uint32_t y = 0; y < dst.height; y += 8) {
     for (uint32_t x = 0; x < dst.width; x += 8) {
-      std::memset(coef, 0, sizeof coef);
-      const BlockResult r = decode_block(ctx.br, ctx.tables.dc[0], ctx.tables.dc_bits[0],
-                                         ctx.tables.ac[0], ctx.pred[0], ctx.qn[0], coef);
+      bool has_ac = false;
+      const BlockResult r = decode_block(ctx.br, ctx.tables.dc[0], ctx.tables.dc_bits[0], ctx.tables.ac[0],
+                                         ctx.fast[0], ctx.pred[0], ctx.qz[0], coef, has_ac);
       // Garbage decoded from the 1-bits after an EOI is reported as the EOI it is.
       if (r != kBlockOk && ctx.br.reads_past_eoi()) return eoi_failure(kFn);
       if (r != kBlockOk) return block_failure(kFn, "", r);
       if (ctx.br.past_eoi()) return eoi_failure(kFn);
-      inverse_dct(coef, dst.data + size_t(y) * pitch + x, int(pitch));
+      finish_block(kern, coef, has_ac, dst.data + size_t(y) * pitch + x, pitch);
     }
   }
   return VEK_OK;
@@ -192,22 +294,51 @@ uint32_t decode_y8(const ImageRecord& src, ImageRecord& dst) {
 inline uint32_t decode_mcu(const char* fn, DecodeContext& ctx, int luma_blocks, uint8_t (*tiles)[64]) {
   static const char* const kNames[6][2] = {{"Y1: ", "Y1: "}, {"Y2: ", "Y2: "}, {"Y3: ", "U: "},
                                            {"Y4: ", "V: "},  {"U: ", ""},     {"V: ", ""}};
-  alignas(32) int32_t coef[64];
+  alignas(32) int32_t coef[64] = {};
   const int total = luma_blocks + 2;
   for (int b = 0; b < total; ++b) {
     const int c = b < luma_blocks ? 0 : b - luma_blocks + 1;
     const int t = c == 0 ? 0 : 1;
-    std::memset(coef, 0, sizeof coef);
-    const BlockResult r = decode_block(ctx.br, ctx.tables.dc[t], ctx.tables.dc_bits[t],
-                                       ctx.tables.ac[t], ctx.pred[c], ctx.qn[t], coef);
+    bool has_ac = false;
+    const BlockResult r = decode_block(ctx.br, ctx.tables.dc[t], ctx.tables.dc_bits[t], ctx.tables.ac[t],
+                                       ctx.fast[t], ctx.pred[c], ctx.qz[t], coef, has_ac);
     if (r != kBlockOk) {
       if (ctx.br.reads_past_eoi()) return eoi_failure(fn);
       return block_failure(fn, kNames[b][luma_blocks == 2 ? 1 : 0], r);
     }
-    inverse_dct(coef, tiles[b], 8);
+    finish_block(*ctx.kern, coef, has_ac, tiles[b], 8);
   }
   if (ctx.br.past_eoi()) return eoi_failure(fn);
   return VEK_OK;
+}
+
+// Writes the tiles Y1 Y2 U V of one MCU as 8 lines of Y0 U Y1 V quadruples.
+inline void interleave_422(const uint8_t (*tiles)[64], uint8_t* out, size_t pitch) {
+  for (int r = 0; r < 8; ++r, out += pitch) {
+#if defined(__SSE2__)
+    const __m128i y = _mm_unpacklo_epi64(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(tiles[0] + 8 * r)),
+                                         _mm_loadl_epi64(reinterpret_cast<const __m128i*>(tiles[1] + 8 * r)));
+    const __m128i uv = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(tiles[2] + 8 * r)),
+                                         _mm_loadl_epi64(reinterpret_cast<const __m128i*>(tiles[3] + 8 * r)));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(y, uv));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 16), _mm_unpackhi_epi8(y, uv));
+#else
+    const uint8_t* y1 = tiles[0] + 8 * r;
+    const uint8_t* y2 = tiles[1] + 8 * r;
+    const uint8_t* u = tiles[2] + 8 * r;
+    const uint8_t* v = tiles[3] + 8 * r;
+    for (int i = 0; i < 4; ++i) {
+      out[4 * i] = y1[2 * i];
+      out[4 * i + 1] = u[i];
+      out[4 * i + 2] = y1[2 * i + 1];
+      out[4 * i + 3] = v[i];
+      out[16 + 4 * i] = y2[2 * i];
+      out[16 + 4 * i + 1] = u[i + 4];
+      out[16 + 4 * i + 2] = y2[2 * i + 1];
+      out[16 + 4 * i + 3] = v[i + 4];
+    }
+#endif
+  }
 }
 
 uint32_t decode_yuv422(const ImageRecord& src, ImageRecord& dst) {
@@ -223,22 +354,7 @@ uint32_t decode_yuv422(const ImageRecord& src, ImageRecord& dst) {
       status = decode_mcu(kFn, ctx, 2, tiles);
       if (is_error(status)) return status;
       uint8_t* out = dst.data + size_t(y) * pitch + size_t(x) * 2;
-      for (int r = 0; r < 8; ++r, out += pitch) {
-        const uint8_t* y1 = tiles[0] + 8 * r;
-        const uint8_t* y2 = tiles[1] + 8 * r;
-        const uint8_t* u = tiles[2] + 8 * r;
-        const uint8_t* v = tiles[3] + 8 * r;
-        for (int i = 0; i < 4; ++i) {
-          out[4 * i] = y1[2 * i];
-          out[4 * i + 1] = u[i];
-          out[4 * i + 2] = y1[2 * i + 1];
-          out[4 * i + 3] = v[i];
-          out[16 + 4 * i] = y2[2 * i];
-          out[16 + 4 * i + 1] = u[i + 4];
-          out[16 + 4 * i + 2] = y2[2 * i + 1];
-          out[16 + 4 * i + 3] = v[i + 4];
-        }
-      }
+      interleave_422(tiles, out, pitch);
     }
   }
   return VEK_OK;

@@ -109,10 +109,9 @@ VEK_API uint32_t VEK_JPEG_image_create(void) {
   const uint32_t handle = VEK_image_create();
   if (is_error(handle)) return handle;
   auto* d = static_cast<Tjpeg*>(vek::alloc_zeroed(1, sizeof(Tjpeg)));
-  if (!d) {
-    VEK_image_destroy(handle);
-    return report("VEK_JPEG_image_create", VEK_ERROR_MEMORY);
-  }
+  // The image made above is deliberately kept (without descriptor): the caller gets
+  // no handle back, and destroying all images reclaims it.
+  if (!d) return report("VEK_JPEG_image_create", VEK_ERROR_MEMORY);
   std::memset(d->comment, ' ', sizeof d->comment);
   d->quality_factor = 32;
   lookup(handle)->jpeg = d;
@@ -123,8 +122,10 @@ VEK_API uint32_t VEK_JPEG_destroy_Tjpeg(uint32_t handle) {
   ImageRecord* rec = lookup(handle);
   if (!rec || !rec->jpeg) return VEK_OK;
   VEK_JPEG_free_data(handle);
-  // A file left open for sequence access would otherwise outlive its only owner.
-  if (rec->jpeg->file) std::fclose(rec->jpeg->file);
+  // A file left open for sequence access would otherwise outlive its only owner; a
+  // caller's stream stays the caller's to close.
+  if (rec->jpeg->file && owns_file(handle, rec->jpeg->file)) std::fclose(rec->jpeg->file);
+  remember_own_file(handle, nullptr);
   std::free(rec->jpeg);
   rec->jpeg = nullptr;
   return VEK_OK;
@@ -135,9 +136,11 @@ VEK_API uint32_t VEK_JPEG_malloc_data(uint32_t handle) {
   ImageRecord* rec = lookup(handle);
   if (!rec || !rec->jpeg) return report(kName, VEK_ERROR_BAD_HANDLE, kNotJpeg);
   LibraryLock lock;
-  if ((rec->flags & VEK_FLAG_LOCKED) && rec->jpeg->data) return VEK_OK;
+  // Validation comes first, so a corrupt record is reported even when a locked
+  // buffer would make the allocation itself a no-op.
   uint32_t status = VEK_image_check(handle);
   if (is_error(status)) return report(kName, status, "Corrupt image");
+  if ((rec->flags & VEK_FLAG_LOCKED) && rec->jpeg->data) return VEK_OK;
   uint64_t size = 0;
   if (FILE* f = rec->jpeg->file) {
     const long here = std::ftell(f);
@@ -163,9 +166,11 @@ VEK_API uint32_t VEK_JPEG_malloc_N_bytes_data(uint32_t handle, uint32_t n) {
   ImageRecord* rec = lookup(handle);
   if (!rec || !rec->jpeg) return report(kName, VEK_ERROR_BAD_HANDLE, kNotJpeg);
   LibraryLock lock;
-  if ((rec->flags & VEK_FLAG_LOCKED) && rec->jpeg->data) return VEK_OK;
+  // Validation comes first, so a corrupt record is reported even when a locked
+  // buffer would make the allocation itself a no-op.
   uint32_t status = VEK_image_check(handle);
   if (is_error(status)) return report(kName, status, "Corrupt image");
+  if ((rec->flags & VEK_FLAG_LOCKED) && rec->jpeg->data) return VEK_OK;
   status = replace_data(handle, n);
   if (is_error(status)) return report(kName, status);
   return VEK_OK;

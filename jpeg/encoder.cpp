@@ -7,6 +7,7 @@
 #include "core/alloc.h"
 #include "jpeg/dct.h"
 #include "jpeg/internal.h"
+#include "jpeg/kernels.h"
 
 namespace vek::jpeg {
 namespace {
@@ -16,91 +17,117 @@ namespace {
 constexpr size_t kMcuReserve = 2048;
 constexpr size_t kTailReserve = 16;
 
-inline bool has_ff_byte(uint32_t w) {
-  const uint32_t v = ~w;
-  return ((v - 0x01010101u) & ~v & 0x80808080u) != 0;
+inline bool has_ff_byte(uint64_t w) {
+  const uint64_t v = ~w;
+  return ((v - 0x0101010101010101ull) & ~v & 0x8080808080808080ull) != 0;
 }
 
-// MSB-first bit writer. Bits are emitted 32 at a time, most significant byte first,
-// each 0xFF followed by a stuffed 0x00; `bits` is therefore always the bit count
-// modulo 32 of everything written, which the end-of-data rule depends on.
+// MSB-first bit writer over a 64-bit word, emptied 8 bytes at a time (each 0xFF byte
+// followed by a stuffed 0x00). The data are defined in terms of a 32-bit word emptied
+// 4 bytes at a time; since 64 is a multiple of 32, the pending count taken modulo 32
+// is the same in both, and that is all the end-of-data rule looks at.
 struct BitWriter {
   uint64_t acc = 0;
-  int bits = 0;
+  int free = 64;  // never 0 after a put, so that the shifts below stay below 64
   uint8_t* out = nullptr;
 
-  inline void put(uint32_t value, int n) {
-    acc = (acc << n) | value;
-    bits += n;
-    if (bits >= 32) {
-      bits -= 32;
-      const uint32_t w = uint32_t(acc >> bits);
-      if (!has_ff_byte(w)) {
-        out[0] = uint8_t(w >> 24);
-        out[1] = uint8_t(w >> 16);
-        out[2] = uint8_t(w >> 8);
-        out[3] = uint8_t(w);
-        out += 4;
-      } else {
-        for (int s = 24; s >= 0; s -= 8) {
-          const uint8_t b = uint8_t(w >> s);
-          *out++ = b;
-          if (b == 0xFF) *out++ = 0;
-        }
-      }
+  inline void put(uint32_t value, int n) {  // value < 2^n, n <= 32
+    if (n < free) {
+      acc = (acc << n) | value;
+      free -= n;
+      return;
     }
+    const int rest = n - free;
+    emit(acc << free | (uint64_t(value) >> rest));
+    // The bits of `value` already emitted are shifted out before the next emit.
+    acc = value;
+    free = 64 - rest;
   }
 
-  // floor(n / 8) + 1 bytes from the top of the pending word, unused low bits 0: a
-  // multiple of 8 pending bits thus ends in one extra 0x00 byte, as defined.
+  inline void emit(uint64_t w) {
+    if (!has_ff_byte(w)) {
+      const uint64_t be = __builtin_bswap64(w);
+      std::memcpy(out, &be, 8);
+      out += 8;
+      return;
+    }
+    for (int s = 56; s >= 0; s -= 8) byte(uint8_t(w >> s));
+  }
+
+  inline void byte(uint8_t b) {
+    *out++ = b;
+    if (b == 0xFF) *out++ = 0;
+  }
+
+  // With n pending bits modulo 32, n > 0: floor(n / 8) + 1 bytes from the top of the
+  // word, unused low bits 0, so a multiple of 8 ends in one extra 0x00 byte.
   void finish() {
-    if (bits == 0) return;
-    const uint32_t w = uint32_t(acc << (32 - bits));
-    const int count = bits / 8 + 1;
-    for (int i = 0; i < count; ++i) {
-      const uint8_t b = uint8_t(w >> (24 - 8 * i));
-      *out++ = b;
-      if (b == 0xFF) *out++ = 0;
-    }
-    bits = 0;
+    const int pending = 64 - free;
+    if (pending == 0) return;
+    const uint64_t w = acc << free;
+    int i = 0;
+    for (; i < pending / 8; ++i) byte(uint8_t(w >> (56 - 8 * i)));
+    if (pending % 32) byte(uint8_t(w >> (56 - 8 * i)));
+    free = 64;
+    acc = 0;
   }
 };
 
-struct Quant {
-  const uint8_t* step;        // zigzag order
-  const uint32_t* reciprocal; // zigzag order
+// Bit n of byte b of a natural-order mask, moved to its zigzag position: eight look-ups
+// turn the kernels' natural-order nonzero mask into the coding order.
+struct ZigzagMaskTable {
+  uint64_t bits[8][256];
+  ZigzagMaskTable() {
+    for (int byte = 0; byte < 8; ++byte)
+      for (int v = 0; v < 256; ++v) {
+        uint64_t m = 0;
+        for (int b = 0; b < 8; ++b)
+          if (v & (1 << b)) m |= uint64_t(1) << kNaturalToZigzag[8 * byte + b];
+        bits[byte][v] = m;
+      }
+  }
+  uint64_t operator()(uint64_t natural) const {
+    uint64_t m = 0;
+    for (int byte = 0; byte < 8; ++byte) m |= bits[byte][(natural >> (8 * byte)) & 0xFF];
+    return m;
+  }
 };
+const ZigzagMaskTable kZigzagMask;
 
-// Quantises a natural-order coefficient block into zigzag order and Huffman-codes it.
-inline void encode_block(int32_t* block, const Quant& q, int32_t& predictor, const CodeEntry* dc,
-                         const CodeEntry* ac, BitWriter& bw) {
-  forward_dct(block);
-  int32_t zz[64];
-  uint64_t nonzero = 0;
+// The descriptor's zigzag-order table slot in the natural order the kernels use.
+void natural_quant(const Tjpeg& j, int slot, QuantNat& q) {
   for (int k = 0; k < 64; ++k) {
-    const int32_t c = block[kZigzag[k]];
-    const int32_t step = q.step[k];
-    int32_t v = 0;
-    // Dead zone first: most coefficients never reach the multiplication.
-    if (c >= step || c <= -step) {
-      v = c > 0 ? int32_t((uint32_t(c) * q.reciprocal[k]) >> 16)
-                : -int32_t((uint32_t(-c) * q.reciprocal[k]) >> 16);
-    }
-    zz[k] = v;
-    nonzero |= uint64_t(v != 0) << k;
+    q.step[kZigzag[k]] = j.q_table[slot][k];
+    q.reciprocal[kZigzag[k]] = j.q_reciprocal[slot][k];
   }
+}
 
-  const int32_t diff = zz[0] - predictor;
-  predictor = zz[0];
+struct Component {
+  const QuantNat* q;
+  const CodeEntry* dc;
+  const CodeEntry* ac;
+};
+
+// Transforms, quantises and Huffman-codes one natural-order block of level-shifted
+// samples. Only the nonzero coefficients are visited, in zigzag order.
+inline void encode_block(const Kernels& kern, int32_t* block, const Component& comp, int32_t& predictor,
+                         BitWriter& shared) {
+  // A local copy keeps the writer in registers: through the reference, every byte it
+  // stores could change it.
+  BitWriter bw = shared;
+  const uint64_t natural = kern.fdct_quant(block, *comp.q);
+  const int32_t diff = block[0] - predictor;
+  predictor = block[0];
   {
     const uint32_t mag = uint32_t(diff < 0 ? -diff : diff);
     const int cat = int(std::bit_width(mag));
     const uint32_t bits = uint32_t(diff < 0 ? diff - 1 : diff) & ((1u << cat) - 1u);
-    const CodeEntry& e = dc[cat];
+    const CodeEntry& e = comp.dc[cat];
     bw.put((e.code << cat) | bits, e.length + cat);
   }
 
-  nonzero &= ~uint64_t(1);
+  const CodeEntry* ac = comp.ac;
+  uint64_t nonzero = kZigzagMask(natural) & ~uint64_t(1);
   int last = 0;
   while (nonzero) {
     const int k = std::countr_zero(nonzero);
@@ -111,32 +138,21 @@ inline void encode_block(int32_t* block, const Quant& q, int32_t& predictor, con
       bw.put(ac[0xF0].code, ac[0xF0].length);
       run -= 16;
     }
-    const int32_t v = zz[k];
-    const uint32_t mag = uint32_t(v < 0 ? -v : v);
-    const int size = int(std::bit_width(mag));
-    const uint32_t bits = uint32_t(v < 0 ? v - 1 : v) & ((1u << size) - 1u);
+    const int32_t v = block[kZigzag[k]];
+    const int32_t sign = v >> 31;  // v is nonzero here
+    const int size = 32 - std::countl_zero(uint32_t((v ^ sign) - sign));
+    const uint32_t bits = uint32_t(v + sign) & ((1u << size) - 1u);  // v - 1 when negative
     const CodeEntry& e = ac[run * 16 + size];
     bw.put((e.code << size) | bits, e.length + size);
   }
   if (last != 63) bw.put(ac[0x00].code, ac[0x00].length);
+  shared = bw;
 }
 
-// Loads an 8x8 block of bytes spaced `step` apart within a line, level-shifted.
-inline void load_block(const uint8_t* p, size_t pitch, int step, int32_t* block) {
+// Loads an 8x8 block of bytes, level-shifted.
+inline void load_block(const uint8_t* p, size_t pitch, int32_t* block) {
   for (int r = 0; r < 8; ++r, p += pitch)
-    for (int c = 0; c < 8; ++c) block[8 * r + c] = int32_t(p[c * step]) - 128;
-}
-
-// One 4:2:2 line from B, G, R pixels `bpp` bytes apart: chroma is the pair's average.
-void bgr_to_yuv422_row(const uint8_t* s, uint8_t* d, uint32_t width, int bpp) {
-  for (uint32_t x = 0; x + 1 < width; x += 2, s += 2 * bpp, d += 4) {
-    const int b0 = s[0], g0 = s[1], r0 = s[2];
-    const int b1 = s[bpp], g1 = s[bpp + 1], r1 = s[bpp + 2];
-    d[0] = uint8_t((306 * r0 + 601 * g0 + 117 * b0) >> 10);
-    d[2] = uint8_t((306 * r1 + 601 * g1 + 117 * b1) >> 10);
-    d[1] = uint8_t(((512 * (b0 + b1) - 339 * (g0 + g1) - 173 * (r0 + r1)) >> 11) + 128);
-    d[3] = uint8_t(((512 * (r0 + r1) - 429 * (g0 + g1) - 83 * (b0 + b1)) >> 11) + 128);
-  }
+    for (int c = 0; c < 8; ++c) block[8 * r + c] = int32_t(p[c]) - 128;
 }
 
 // Makes sure `need` more bytes fit after the writer's position, growing the buffer
@@ -255,52 +271,63 @@ VEK_API uint32_t VEK_JPEG_compress_1_strip(uint32_t src, uint32_t dst) {
   size_t capacity = data_capacity(dst);
 
   Tjpeg& j = *d->jpeg;
-  const Quant ql{j.q_table[0], j.q_reciprocal[0]};
-  const Quant qc{j.q_table[1], j.q_reciprocal[1]};
+  const Kernels& kern = kernels();
+  QuantNat qluma, qchroma;
+  natural_quant(j, 0, qluma);
+  natural_quant(j, 1, qchroma);
+  const Component luma{&qluma, g_codes[kDcLuma], g_codes[kAcLuma]};
+  const Component chroma{&qchroma, g_codes[kDcChroma], g_codes[kAcChroma]};
   BitWriter bw;
   bw.out = j.data;
   int32_t pred[3] = {0, 0, 0};
-  alignas(32) int32_t block[64];
+  alignas(32) int32_t blocks[4][64];
   const size_t pitch = s->bytes_per_line;
 
-  // Colour sources are turned into 4:2:2 one band of 8 lines at a time.
+  // B, G, R, X pixels are converted block by block; B, G, R ones into 4:2:2 one band of
+  // 8 lines at a time, which stays in cache until its blocks are coded.
   uint8_t* band = nullptr;
   size_t band_pitch = 0;
-  if (format == VEK_BGR24 || format == VEK_BGRX32) {
+  if (format == VEK_BGR24) {
     band_pitch = size_t(s->width) * 2;
     band = static_cast<uint8_t*>(vek::alloc(band_pitch * 8));
     if (!band) return report(kName, VEK_ERROR_MEMORY | uint32_t((band_pitch * 8) & 0xFFFFu));
   }
 
+  // The room check is inline; the buffer is only looked up again when it must grow.
+  auto room = [&](size_t need) {
+    if (size_t(bw.out - j.data) + need <= capacity) return true;
+    status = ensure_room(dst, bw, need, capacity);
+    return !is_error(status);
+  };
+  auto fail = [&] {
+    std::free(band);
+    return report(kName, status);
+  };
+
   for (uint32_t y = 0; y < s->height; y += 8) {
     const uint8_t* rows = s->data + size_t(y) * pitch;
     size_t rows_pitch = pitch;
     if (band) {
-      const int bpp = format == VEK_BGR24 ? 3 : 4;
       for (int r = 0; r < 8; ++r)
-        bgr_to_yuv422_row(rows + r * pitch, band + r * band_pitch, s->width, bpp);
+        bgr_to_yuv422_scalar(rows + r * pitch, band + r * band_pitch, s->width / 2, 3);
       rows = band;
       rows_pitch = band_pitch;
     }
-    for (uint32_t x = 0; x < s->width; x += mcu_w) {
-      status = ensure_room(dst, bw, kMcuReserve + kTailReserve, capacity);
-      if (is_error(status)) {
-        std::free(band);
-        return report(kName, status);
+    if (format == VEK_Y8) {
+      for (uint32_t x = 0; x < s->width; x += 8) {
+        if (!room(kMcuReserve + kTailReserve)) return fail();
+        load_block(rows + x, rows_pitch, blocks[0]);
+        encode_block(kern, blocks[0], luma, pred[0], bw);
       }
-      if (format == VEK_Y8) {
-        load_block(rows + x, rows_pitch, 1, block);
-        encode_block(block, ql, pred[0], g_codes[kDcLuma], g_codes[kAcLuma], bw);
-      } else {
-        const uint8_t* m = rows + size_t(x) * 2;
-        load_block(m, rows_pitch, 2, block);
-        encode_block(block, ql, pred[0], g_codes[kDcLuma], g_codes[kAcLuma], bw);
-        load_block(m + 16, rows_pitch, 2, block);
-        encode_block(block, ql, pred[0], g_codes[kDcLuma], g_codes[kAcLuma], bw);
-        load_block(m + 1, rows_pitch, 4, block);
-        encode_block(block, qc, pred[1], g_codes[kDcChroma], g_codes[kAcChroma], bw);
-        load_block(m + 3, rows_pitch, 4, block);
-        encode_block(block, qc, pred[2], g_codes[kDcChroma], g_codes[kAcChroma], bw);
+    } else {
+      for (uint32_t x = 0; x < s->width; x += 16) {
+        if (!room(kMcuReserve + kTailReserve)) return fail();
+        if (format == VEK_BGRX32) kern.load_mcu_bgrx(rows + size_t(x) * 4, rows_pitch, blocks);
+        else kern.load_mcu422(rows + size_t(x) * 2, rows_pitch, blocks);
+        encode_block(kern, blocks[0], luma, pred[0], bw);
+        encode_block(kern, blocks[1], luma, pred[0], bw);
+        encode_block(kern, blocks[2], chroma, pred[1], bw);
+        encode_block(kern, blocks[3], chroma, pred[2], bw);
       }
     }
   }

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 
 #include "core/image.h"
 
@@ -87,6 +88,11 @@ size_t default_capacity(const ImageRecord& rec);
 // Replaces the descriptor's buffer by a new one of `size` bytes (old one released
 // when ours); no lock taken. Returns 0 or the memory error (unreported).
 uint32_t replace_data(uint32_t handle, size_t size);
+
+// Streams the readers opened themselves, per handle, so that only those are closed
+// on the image's behalf (a caller's stream given by VEK_JPEG_set_file_ptr is not).
+void remember_own_file(uint32_t handle, FILE* file);
+bool owns_file(uint32_t handle, FILE* file);
 
 // Descriptor of a handle, or null.
 inline Tjpeg* descriptor(uint32_t handle) {

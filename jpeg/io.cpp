@@ -181,13 +181,17 @@ class Parser {
       if (!u8(tc) || !bytes(counts, 16)) return fail(kCorrupt, "", true);
       uint32_t total = 0;
       for (uint8_t n : counts) total += n;
-      consumed += 17 + total;
-      if (total > 256 || consumed > len - 2) return report(fn_, kCorrupt, "Corrupt Huffman table");
+      // A table holds at most 256 values; counts adding up to more cannot be stored.
+      if (total > 256) return report(fn_, kCorrupt, "Corrupt Huffman table");
       const int slot = tc == 0x00 ? kDcLuma : tc < 0x10 ? kDcChroma : tc == 0x10 ? kAcLuma : kAcChroma;
       std::memcpy(j.h_bits[slot], counts, 16);
       std::memset(j.h_values[slot], 0, 256);
       if (!bytes(j.h_values[slot], total)) return fail(kCorrupt, "", true);
       j.h_table_id[slot] = uint16_t(tc);
+      // Values running past the segment's own length would leave the parser inside
+      // the next segment; such a stream is refused rather than misread.
+      consumed += 17 + total;
+      if (consumed > len - 2) return report(fn_, kCorrupt, "Corrupt Huffman table");
     }
     return VEK_OK;
   }
@@ -318,6 +322,16 @@ class Parser {
   bool eoi_ = false;
 };
 
+FILE* g_own_file[kMaxHandles + 1];
+
+// Replaces the descriptor's stream by one the reader has just opened, closing the
+// previous one only when a reader had opened it.
+void adopt_file(uint32_t handle, Tjpeg& j, FILE* f) {
+  if (j.file && owns_file(handle, j.file)) std::fclose(j.file);
+  j.file = f;
+  remember_own_file(handle, f);
+}
+
 // ---- writer ------------------------------------------------------------------
 
 struct Out {
@@ -358,9 +372,13 @@ size_t write_header(const ImageRecord& rec, uint8_t* buffer, bool for_file) {
   o.raw(j.comment, 32);
   o.raw(text, text_len);
 
-  o.u16(0xFFDB);
-  o.u16(j.q_segment_length);
+  // For every descriptor this library makes, and every stream it reads whole, the
+  // stored segment length equals 2 + 65 per table; the length is derived from the
+  // tables actually written so that a descriptor read from an odd stream (more table
+  // definitions than slots, trailing bytes in a segment) still yields a valid segment.
   const uint32_t tables = j.q_table_count < 4 ? j.q_table_count : 4;
+  o.u16(0xFFDB);
+  o.u16(2 + 65 * tables);
   for (uint32_t t = 0; t < tables; ++t) {
     o.u8(t);
     o.raw(j.q_table[t], 64);
@@ -380,9 +398,17 @@ size_t write_header(const ImageRecord& rec, uint8_t* buffer, bool for_file) {
   }
 
   if (for_file || !(rec.flags & VEK_FLAG_STREAM)) {
+    // Absent tables (id 255) are skipped rather than ending the list: a grey stream
+    // read from another writer holds DC and AC luminance only, in slots 0 and 2, and
+    // stopping at slot 1 would drop its AC table. With all four tables present (every
+    // descriptor this library makes) both rules write the same bytes. The length is
+    // patched in from the bytes written, which equals the stored Huffman segment
+    // length + 2 whenever the descriptor is consistent.
     o.u16(0xFFC4);
-    o.u16(uint32_t(j.h_segment_length) + 2);
-    for (int t = 0; t < 4 && j.h_table_id[t] != 255; ++t) {
+    const size_t length_at = o.n;
+    o.u16(0);
+    for (int t = 0; t < 4; ++t) {
+      if (j.h_table_id[t] == 255) continue;
       o.u8(j.h_table_id[t]);
       o.raw(j.h_bits[t], 16);
       size_t total = 0;
@@ -390,6 +416,9 @@ size_t write_header(const ImageRecord& rec, uint8_t* buffer, bool for_file) {
       if (total > 256) total = 256;
       o.raw(j.h_values[t], total);
     }
+    const size_t length = o.n - length_at;
+    buffer[length_at] = uint8_t(length >> 8);
+    buffer[length_at + 1] = uint8_t(length);
   }
 
   o.u16(0xFFDA);
@@ -406,6 +435,15 @@ size_t write_header(const ImageRecord& rec, uint8_t* buffer, bool for_file) {
 }
 
 }  // namespace
+
+void remember_own_file(uint32_t handle, FILE* file) {
+  if (handle != 0 && handle <= kMaxHandles) g_own_file[handle] = file;
+}
+
+bool owns_file(uint32_t handle, FILE* file) {
+  return file && handle != 0 && handle <= kMaxHandles && g_own_file[handle] == file;
+}
+
 }  // namespace vek::jpeg
 
 using namespace vek;
@@ -459,13 +497,13 @@ VEK_API uint32_t VEK_JPEG_file_read(uint32_t handle) {
   if (!rec || !rec->jpeg) return report(kName, VEK_ERROR_BAD_HANDLE, "Not a JPEG image");
   FILE* f = std::fopen(rec->infile, "rb");
   if (!f) return report(kName, VEK_ERROR_OPEN_FAILED, "Failed to open JPEG file");
-  if (rec->jpeg->file) std::fclose(rec->jpeg->file);
-  rec->jpeg->file = f;
+  adopt_file(handle, *rec->jpeg, f);
   FileSource in{f};
   Parser<FileSource> parser(kName, in, handle, Reader::FileRead, 0);
   const uint32_t status = parser.run();
   rec = lookup(handle);
   rec->jpeg->file = nullptr;
+  remember_own_file(handle, nullptr);
   const bool close_failed = std::fclose(f) != 0;
   if (is_error(status)) return status;
   if (close_failed) return report(kName, VEK_ERROR_CLOSE_FAILED, "Failed to close file");
@@ -480,14 +518,14 @@ VEK_API uint32_t VEK_JPEG_file_open(uint32_t handle) {
     return report(kName, VEK_ERROR_OPEN_FAILED, "The VEK image handle refers to a non-JPEG image");
   FILE* f = std::fopen(rec->infile, "rb");
   if (!f) return report(kName, VEK_ERROR_OPEN_FAILED, "Failed to open JPEG file");
-  if (rec->jpeg->file) std::fclose(rec->jpeg->file);
-  rec->jpeg->file = f;
+  adopt_file(handle, *rec->jpeg, f);
   FileSource in{f};
   Parser<FileSource> parser(kName, in, handle, Reader::FileOpen, 0);
   const uint32_t status = parser.run();
   if (is_error(status) || parser.saw_eoi()) {
     std::fclose(f);
     rec->jpeg->file = nullptr;
+    remember_own_file(handle, nullptr);
     return status;
   }
   rec->flags |= VEK_FLAG_JPEG;
@@ -500,6 +538,7 @@ VEK_API uint32_t VEK_JPEG_file_close(uint32_t handle) {
   if (!j->file) return VEK_OK;
   const int rc = std::fclose(j->file);
   j->file = nullptr;
+  remember_own_file(handle, nullptr);
   if (rc != 0) return report("VEK_JPEG_file_close", VEK_ERROR_CLOSE_FAILED, "Failed to close file");
   return VEK_OK;
 }
@@ -535,6 +574,7 @@ VEK_API uint32_t VEK_JPEG_set_file_ptr(uint32_t handle, FILE* stream) {
   Tjpeg* j = descriptor(handle);
   if (!j) return report("VEK_JPEG_set_file_ptr", VEK_ERROR_BAD_HANDLE, "Not a JPEG image");
   j->file = stream;
+  if (!owns_file(handle, stream)) remember_own_file(handle, nullptr);
   return VEK_OK;
 }
 

@@ -9,6 +9,10 @@ using namespace vek::geometry;
 
 namespace {
 
+// The same wording as the rotation's refusal of strip-held images.
+constexpr char kWholeImageOnly[] =
+    "This function only supports full height images - not multiple strips";
+
 constexpr FormatRule kCropFormats{
     format_set({VEK_Y8, VEK_PALETTED, VEK_RGB15, VEK_RGB16, VEK_RGB24, VEK_BGR24, VEK_RGBX32,
                 VEK_BGRX32, VEK_XBGR32, VEK_YUV422, VEK_CMYK32, VEK_Y16}),
@@ -31,9 +35,9 @@ uint32_t crop_pixel_bytes(uint32_t format, uint32_t& code, const char*& why) {
   return bytes;
 }
 
-// The row copier: `held` is how many lines the input's buffer really holds.
+// The row copier; the entry has made sure the region's rows are in the buffer.
 uint32_t crop_1_strip(const ImageRecord& in, uint32_t output, uint32_t x, uint32_t y, uint32_t w,
-                      uint32_t h, uint32_t held) {
+                      uint32_t h) {
   static const char kName[] = "VEK_IP_crop_1_strip";
   uint32_t code = 0;
   const char* why = "";
@@ -41,10 +45,6 @@ uint32_t crop_1_strip(const ImageRecord& in, uint32_t output, uint32_t x, uint32
   if (bytes == 0) return report(kName, code, why);
   uint32_t status = require_data(kName, in);
   if (is_error(status)) return status;
-  // Lines per strip was just raised to the height; only the lines the buffer held
-  // before can be read.
-  if (uint64_t(y) + h > held)
-    return report(kName, VEK_ERROR_BAD_PARAMETER, "Region lies outside the lines held");
   ImageRecord* out = nullptr;
   status = fresh_strip(kName, output, h, out);
   if (is_error(status)) return status;
@@ -80,7 +80,17 @@ VEK_API uint32_t VEK_IP_crop(uint32_t input, uint32_t output, const uint32_t* re
   if (uint64_t(y) + h > in->height) h = in->height - y;
 
   const uint32_t held = in->lines_per_strip;
-  // Cropping treats the input as one whole picture, and the input keeps this.
+  // Cropping treats the input as one whole picture and leaves the input saying so.
+  // That claim must be true of the buffer: a strip the library allocated for fewer
+  // lines would otherwise be read past its end, now by the row copy or later by any
+  // operation trusting the raised line count. A caller-attached buffer is the
+  // caller's word, but the region's rows must lie in the lines it says it holds.
+  // Both are refused before the input is touched.
+  if (in->data && held < in->height) {
+    const bool attached = in->flags & (VEK_FLAG_LOCKED | VEK_FLAG_EXTERNAL);
+    if (!attached || (mode == VEK_STRIP_NEXT && uint64_t(y) + h > held))
+      return report(kName, VEK_ERROR_NOT_SUPPORTED, kWholeImageOnly);
+  }
   in->lines_per_strip = in->height;
   status = VEK_image_copy_parameters(input, output);
   if (is_error(status)) return status;
@@ -91,7 +101,7 @@ VEK_API uint32_t VEK_IP_crop(uint32_t input, uint32_t output, const uint32_t* re
   status = check_output(kName, output);
   if (is_error(status)) return status;
   if (mode != VEK_STRIP_NEXT) return VEK_OK;
-  return crop_1_strip(*in, output, x, y, w, h, held);
+  return crop_1_strip(*in, output, x, y, w, h);
 }
 
 VEK_API uint32_t VEK_IP_Crop_Image(uint32_t input, uint32_t output, const uint32_t* region) {

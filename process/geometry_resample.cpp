@@ -25,6 +25,9 @@ StripSequence g_replicate_sequence;
 // description (even width W / f, height H / f). `finished` when nothing is left to do.
 uint32_t reduce_entry(const char* name, uint32_t input, uint32_t output, uint32_t factor,
                       ImageRecord*& in, bool& finished) {
+  // The input is validated first and the output only once its parameters are set:
+  // validating a freshly created output before describing it would refuse every first
+  // call, the plain cases (101 wide by 2 gives 50) included.
   uint32_t status = front_end(name, input, output, kSubsampleFormats, in, finished);
   if (is_error(status) || finished) return status;
   if (factor == 0)

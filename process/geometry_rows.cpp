@@ -83,29 +83,51 @@ const uint16_t* scale_table() {
   return table.data();
 }
 
-void scale_horizontal(const uint8_t* src, uint32_t in_width, uint8_t* dst, uint32_t out_width,
-                      uint32_t step, uint32_t channels, const uint16_t* table) {
+void scale_columns(uint32_t in_width, uint32_t out_width, uint32_t step, uint32_t channels,
+                   ScaleColumn* cols) {
   const uint32_t last = in_width - 1;
   uint32_t a = 0;
-  for (uint32_t o = 0; o < out_width; ++o, a += step, dst += channels) {
+  for (uint32_t o = 0; o < out_width; ++o, a += step) {
     uint32_t i = a >> 13;
-    const uint32_t f = (a >> 5) & 255u;
     // The right neighbour is read even at the last column; it is clamped to the
     // last pixel rather than taken from whatever follows the line in memory.
     const uint32_t i1 = i + 1 > last ? last : i + 1;
     if (i > last) i = last;
-    const uint8_t* p0 = src + size_t(i) * channels;
-    const uint8_t* p1 = src + size_t(i1) * channels;
-    for (uint32_t c = 0; c < channels; ++c)
-      dst[c] = uint8_t(table[p0[c] * 257u + f] + table[p1[c] * 257u + (256u - f)]);
+    cols[o] = ScaleColumn{i * channels, i1 * channels, (a >> 5) & 255u};
   }
+}
+
+namespace {
+template <uint32_t kChannels>
+void scale_horizontal_fixed(const uint8_t* src, uint8_t* dst, const ScaleColumn* cols,
+                            uint32_t out_width, const uint16_t* table) {
+  for (uint32_t o = 0; o < out_width; ++o, dst += kChannels) {
+    const uint16_t* tl = table + cols[o].f;
+    const uint16_t* tr = table + (256u - cols[o].f);
+    const uint8_t* p0 = src + cols[o].left;
+    const uint8_t* p1 = src + cols[o].right;
+    for (uint32_t c = 0; c < kChannels; ++c)
+      dst[c] = uint8_t(tl[p0[c] * 257u] + tr[p1[c] * 257u]);
+  }
+}
+}  // namespace
+
+void scale_horizontal(const uint8_t* src, uint8_t* dst, const ScaleColumn* cols,
+                      uint32_t out_width, uint32_t channels, const uint16_t* table) {
+  if (channels == 3) scale_horizontal_fixed<3>(src, dst, cols, out_width, table);
+  else scale_horizontal_fixed<1>(src, dst, cols, out_width, table);
 }
 
 void scale_vertical(const uint8_t* upper, const uint8_t* lower, uint8_t* dst, size_t count,
                     uint32_t f, const uint16_t* table) {
-  const uint16_t* tu = table + f;
-  const uint16_t* tl = table + (256u - f);
-  for (size_t k = 0; k < count; ++k) dst[k] = uint8_t(tu[upper[k] * 257u] + tl[lower[k] * 257u]);
+  // The two table columns this line uses, gathered once into byte tables (every entry
+  // is at most 255) so that the per-sample look-ups stay in the first-level cache.
+  uint8_t tu[256], tl[256];
+  for (uint32_t v = 0; v < 256; ++v) {
+    tu[v] = uint8_t(table[v * 257u + f]);
+    tl[v] = uint8_t(table[v * 257u + (256u - f)]);
+  }
+  for (size_t k = 0; k < count; ++k) dst[k] = uint8_t(tu[upper[k]] + tl[lower[k]]);
 }
 
 void pick(const uint8_t* src, uint8_t* dst, uint32_t out_width, uint32_t factor, uint32_t bytes) {
@@ -124,8 +146,35 @@ void pick_yuv(const uint8_t* src, uint8_t* dst, uint32_t out_pairs, uint32_t fac
   }
 }
 
+namespace {
+
+// Halving, the common case: each sample the truncated mean of a 2 x 2 block, with the
+// unit layout fixed at compile time so the loop has no inner loops and no division.
+template <uint32_t kUnit, uint32_t kFirst, uint32_t kChannels>
+void bin2_fixed(const uint8_t* src, size_t pitch, uint8_t* dst, uint32_t count) {
+  const uint8_t* below = src + pitch;
+  for (uint32_t k = 0; k < count; ++k, src += 2 * kUnit, below += 2 * kUnit, dst += kUnit)
+    for (uint32_t c = kFirst; c < kFirst + kChannels; ++c)
+      dst[c] = uint8_t((src[c] + src[kUnit + c] + below[c] + below[kUnit + c]) >> 2);
+}
+
+bool bin2(const uint8_t* src, size_t pitch, uint8_t* dst, uint32_t count, uint32_t unit,
+          uint32_t first, uint32_t channels) {
+  switch (unit * 100 + first * 10 + channels) {
+    case 101: bin2_fixed<1, 0, 1>(src, pitch, dst, count); return true;
+    case 303: bin2_fixed<3, 0, 3>(src, pitch, dst, count); return true;
+    case 403: bin2_fixed<4, 0, 3>(src, pitch, dst, count); return true;
+    case 413: bin2_fixed<4, 1, 3>(src, pitch, dst, count); return true;
+    case 404: bin2_fixed<4, 0, 4>(src, pitch, dst, count); return true;
+    default: return false;
+  }
+}
+
+}  // namespace
+
 void bin(const uint8_t* src, size_t pitch, uint8_t* dst, uint32_t count, uint32_t factor,
          uint32_t unit, uint32_t first, uint32_t channels) {
+  if (factor == 2 && bin2(src, pitch, dst, count, unit, first, channels)) return;
   const uint64_t area = uint64_t(factor) * factor;
   const size_t span = size_t(factor) * unit;
   for (uint32_t k = 0; k < count; ++k, src += span, dst += unit) {

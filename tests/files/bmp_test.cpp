@@ -236,6 +236,26 @@ TEST(Bmp, HeaderOnlyModesDescribeWithoutReading) {
     EXPECT_EQ(VEK_image_get_ptr(h, VEK_PTR_DATA), nullptr);
     VEK_image_destroy(h);
   }
+  // Regression: the header-only modes refused a file whose rows were cut short,
+  // although they never read the rows.
+  auto cut = read_file(path);
+  cut.resize(1078 + 12);
+  write_file(path, cut);
+  vektest::ErrorRecorder rec;
+  for (uint32_t mode : {0u, 4u, 3u}) {
+    uint32_t h = VEK_image_create();
+    VEK_image_set_infilename(h, path.c_str());
+    rec.clear();
+    if (mode == 3) {
+      EXPECT_EQ(VEK_read_BMP_file(h, mode), 0x10050000u);
+      EXPECT_TRUE(rec.only("VEK_read_BMP_file", 0x10050000u, "Image data extends beyond end of file"));
+    } else {
+      EXPECT_EQ(VEK_read_BMP_file(h, mode), 0u) << mode;
+      EXPECT_EQ(param(h, VEK_PARAM_HEIGHT), 6u);
+      EXPECT_EQ(rec.count(), 0u);
+    }
+    VEK_image_destroy(h);
+  }
   VEK_image_destroy(src);
 }
 

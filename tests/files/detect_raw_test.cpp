@@ -95,6 +95,33 @@ TEST(Raw, WritesThePixelStream) {
   VEK_image_destroy(h);
 }
 
+// Regression: the raw writer kept a count of lines across calls, so an image written
+// after a partial strip had its own strip cut down to what that count left over.
+TEST(Raw, PartialStripDoesNotShortenTheNextImage) {
+  const std::string path = scratch("partial.raw");
+  vektest::ErrorRecorder rec;
+  uint32_t a = vektest::make_image(VEK_Y8, 4, 6, 2, 1);  // two of six lines
+  vektest::fill_random(a, 7);
+  VEK_image_set_outfilename(a, path.c_str());
+  EXPECT_EQ(VEK_write_raw_data_file(a, VEK_STRIP_NEXT), 0u);  // file stays open
+  EXPECT_EQ(param(a, VEK_PARAM_STRIP_LINES), 2u);
+  EXPECT_EQ(VEK_write_raw_data_file(a, VEK_STRIP_NEXT), 0u);  // opened anew: still 2 lines
+  EXPECT_EQ(param(a, VEK_PARAM_STRIP_LINES), 2u);
+  uint32_t b = vektest::make_image(VEK_Y8, 4, 3, 0, 1);
+  vektest::fill_random(b, 8);
+  ASSERT_EQ(write_image(b, VEK_FILE_RAW, path), 0u);
+  EXPECT_EQ(param(b, VEK_PARAM_STRIP_LINES), 3u);
+  EXPECT_EQ(read_file(path), vektest::random_bytes(12, 8));
+  // A strip of more lines than the picture is cut to the height and ends the file.
+  VEK_image_set_parameter(b, VEK_PARAM_HEIGHT, 2);
+  ASSERT_EQ(write_image(b, VEK_FILE_RAW, path), 0u);
+  EXPECT_EQ(param(b, VEK_PARAM_STRIP_LINES), 2u);
+  EXPECT_EQ(read_file(path), vektest::random_bytes(8, 8));
+  EXPECT_EQ(rec.count(), 0u);
+  VEK_image_destroy(a);
+  VEK_image_destroy(b);
+}
+
 TEST(Dib, DisplayConversionIsNotSupportedHere) {
   vektest::ErrorRecorder rec;
   EXPECT_EQ(VEK_convert_to_DIB_w31(1, 2, 0, 3), 0x10070000u);

@@ -60,6 +60,33 @@ TEST(Eps, GreyFileTextIsExact) {
   VEK_image_destroy(img);
 }
 
+// Regression: rows were walked at the image's own line size; the layout walks them
+// at their byte count rounded up to even, whatever the alignment, and bytes the walk
+// finds past the strip (alignment 1) come out as zeros.
+TEST(Eps, RowsAreWalkedAtTheirByteCountRoundedToEven) {
+  const std::string path = scratch("walk.eps");
+  for (uint32_t align : {1u, 4u}) {
+    uint32_t img = vektest::make_image(VEK_Y8, 5, 3, 0, align);
+    vektest::fill_random(img, align);
+    const size_t strip = param(img, VEK_PARAM_BYTES_PER_LINE) * 3;
+    std::string want;
+    for (size_t y = 0; y < 3; ++y) {
+      for (size_t x = 0; x < 5; ++x) {
+        const size_t at = 6 * y + x;
+        char hex[3];
+        std::snprintf(hex, sizeof hex, "%02x", at < strip ? data(img)[at] : 0);
+        want += hex;
+      }
+      want += "\n";
+    }
+    ASSERT_EQ(write_image(img, VEK_FILE_EPS, path), 0u);
+    const std::string t = text_of(path);
+    const size_t at = t.find("image\n") + 6;
+    EXPECT_EQ(t.substr(at), want + "showpage\n%%EOF\n") << "alignment " << align;
+    VEK_image_destroy(img);
+  }
+}
+
 TEST(Eps, PalettedFileCarriesItsColourMap) {
   const std::string path = scratch("pal.eps");
   uint32_t img = vektest::make_image(VEK_PALETTED, 3, 5);
@@ -178,23 +205,29 @@ TEST(Eps, ScannerReadsIntegersAndLiterals) {
 }
 
 // Ghostscript renders our files inside the bounding box; sampled at the centre of each
-// source pixel the rendering gives back the source.
+// source pixel the rendering gives back the source (1-bit: 0 black, 1 white).
 TEST(EpsPeer, GhostscriptRendersOurFiles) {
   if (!have_tool("gs")) GTEST_SKIP() << "ghostscript not installed";
   const std::string path = scratch("gs.eps"), out = scratch("gs.ppm");
+  const std::string gs = "gs -q -dSAFER -dBATCH -dNOPAUSE -dEPSCrop -dNOINTERPOLATE -r72 -sDEVICE=ppmraw -sOutputFile=";
   struct Case {
     uint32_t format, w, h;
   };
-  for (const Case c : {Case{VEK_Y8, 20, 30}, Case{VEK_RGB24, 25, 16}, Case{VEK_RGB24, 9, 9}, Case{VEK_Y8, 40, 13}}) {
+  std::vector<uint8_t> bits = vektest::random_bytes(4096, 9);
+  for (const Case c : {Case{VEK_Y8, 20, 30}, Case{VEK_RGB24, 25, 16}, Case{VEK_RGB24, 9, 9}, Case{VEK_Y8, 40, 13},
+                       Case{VEK_Y1, 21, 30}, Case{VEK_Y1, 40, 17}}) {
     uint32_t img = vektest::make_image(c.format, c.w, c.h);
-    vektest::fill_random(img, c.w);
+    const size_t bit_stride = ((c.w + 7) / 8 + 1) & ~size_t(1);
+    if (c.format == VEK_Y1) {
+      VEK_image_free_data(img);  // 1-bit lines are not sized: the caller's bits are used
+      VEK_image_set_ptr(img, VEK_PTR_DATA, bits.data());
+      VEK_image_set_flags(img, VEK_FLAG_EXTERNAL, 1);
+    } else {
+      vektest::fill_random(img, c.w);
+    }
     ASSERT_EQ(write_image(img, VEK_FILE_EPS, path), 0u);
     std::string log;
-    ASSERT_EQ(run("gs -q -dSAFER -dBATCH -dNOPAUSE -dEPSCrop -dNOINTERPOLATE -r72 -sDEVICE=ppmraw -sOutputFile=" +
-                      out + " " + path + " 2>&1",
-                  &log),
-              0)
-        << log;
+    ASSERT_EQ(run(gs + out + " " + path + " 2>&1", &log), 0) << log;
     const auto ppm = read_file(out);
     // P6 header: magic, width, height, maximum, with '#' comment lines between.
     size_t at = 2;
@@ -211,6 +244,11 @@ TEST(EpsPeer, GhostscriptRendersOurFiles) {
     const int W = fields[0], H = fields[1];
     ASSERT_EQ(ppm.size(), at + 1 + size_t(W) * H * 3);
     const uint8_t* px = ppm.data() + at + 1;
+    auto source = [&](uint32_t x, uint32_t y, int k) -> int {
+      if (c.format == VEK_Y1) return (bits[y * bit_stride + x / 8] >> (7 - x % 8)) & 1 ? 255 : 0;
+      const uint8_t* s = data(img) + y * param(img, VEK_PARAM_BYTES_PER_LINE);
+      return c.format == VEK_RGB24 ? s[3 * x + k] : s[x];
+    };
     // The page is the bounding box: its size follows the placement.
     const bool landscape = c.w > c.h;
     const double sx = W, sy = H;  // device pixels of the box
@@ -222,11 +260,18 @@ TEST(EpsPeer, GhostscriptRendersOurFiles) {
         const double v = landscape ? 1 - (x + 0.5) / c.w : (y + 0.5) / c.h;
         const int X = int(u * sx), Y = int(v * sy);
         const uint8_t* g = px + 3 * (size_t(Y) * W + X);
-        const uint8_t* s = data(img) + y * param(img, VEK_PARAM_BYTES_PER_LINE) + x * (c.format == VEK_RGB24 ? 3 : 1);
         for (int k = 0; k < 3; ++k)
-          if (std::abs(int(g[k]) - int(s[c.format == VEK_RGB24 ? k : 0])) > 1) ++bad;
+          if (std::abs(int(g[k]) - source(x, y, k)) > 1) ++bad;
       }
     EXPECT_EQ(bad, 0) << c.format << " " << c.w << "x" << c.h << " page " << W << "x" << H;
     VEK_image_destroy(img);
   }
+  // The paletted layout gives its one-component Indexed space a Decode array of six
+  // numbers; Ghostscript refuses that (rangecheck in image). The layout is kept.
+  uint32_t img = vektest::make_image(VEK_PALETTED, 8, 8);
+  ASSERT_EQ(write_image(img, VEK_FILE_EPS, path), 0u);
+  std::string log;
+  run(gs + out + " " + path + " 2>&1", &log);
+  EXPECT_NE(log.find("rangecheck"), std::string::npos) << log;
+  VEK_image_destroy(img);
 }

@@ -179,3 +179,28 @@ TEST(Lzw, OpenRefusesNullArguments) {
   EXPECT_EQ(rec.last().message, "LZW null data pointer");
   EXPECT_EQ(s, nullptr);
 }
+
+// The decoder keeps its place between calls (bit accumulator, table and where the
+// last string went): a strip decoded a few codes at a time from a stream into an
+// image gives the same bytes as one call.
+TEST(Lzw, DecodingInSmallStepsFromAStreamMatchesOneCall) {
+  for (uint32_t seed : {1u, 2u}) {
+    const auto in = seed == 1 ? repetitive(20000, seed) : vektest::random_bytes(20000, seed);
+    const auto code = encode(in);
+    FILE* f = std::tmpfile();
+    ASSERT_NE(f, nullptr);
+    std::fwrite(code.data(), 1, code.size(), f);
+    std::rewind(f);
+    const uint32_t img = vektest::make_image(VEK_Y8, 200, 100);
+    vek::ImageRecord* rec = vek::lookup(img);
+    vek::LZWData* s = nullptr;
+    ASSERT_EQ(vek::lzw_open_decode(&s, f, rec, 0), 0u);
+    for (int calls = 0; !vek::lzw_decode_finished(s) && vek::lzw_decoded_bytes(s) < in.size() && calls < 100000; ++calls)
+      ASSERT_EQ(vek::lzw_decode(s, 1 + calls % 5), 0u);
+    EXPECT_EQ(vek::lzw_decoded_bytes(s), in.size());
+    vek::lzw_close_decode(s);
+    std::fclose(f);
+    EXPECT_TRUE(std::equal(in.begin(), in.end(), rec->data)) << seed;
+    VEK_image_destroy(img);
+  }
+}

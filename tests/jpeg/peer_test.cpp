@@ -251,3 +251,147 @@ TEST(JpegPeer, RefusedLibjpegTurboVariants) {
 }
 
 }  // namespace
+
+namespace {
+
+// The bytes of a stream written by one of our writers, `buffer` choosing which.
+std::vector<uint8_t> written(uint32_t jpg, bool buffer, const std::string& path) {
+  if (!buffer) {
+    VEK_image_set_outfilename(jpg, path.c_str());
+    EXPECT_EQ(VEK_JPEG_file_write(jpg), 0u);
+    return slurp(path);
+  }
+  std::vector<uint8_t> out(size_t(1) << 22);
+  uint32_t n = 0;
+  EXPECT_EQ(VEK_JPEG_buffer_write(jpg, out.data(), uint32_t(out.size()), &n), 0u);
+  out.resize(n);
+  std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(out.data()), long(out.size()));
+  return out;
+}
+
+bool djpeg_accepts(const std::string& path) {
+  const std::string cmd = "djpeg -outfile /dev/null " + path + " 2>/dev/null";
+  return std::system(cmd.c_str()) == 0;
+}
+
+// Peer files re-emitted by our writers: the entropy-coded data and tables are carried
+// over unchanged, so the peer must decode the re-emitted stream to the very same
+// samples. Covers tables spread over several DHT/DQT segments, grey streams holding
+// only the luminance tables, COM segments and odd sizes.
+TEST(JpegPeer, PeerFilesRewrittenByBothWritersDecodeIdentically) {
+  Turbo tj;
+  if (!tj.ok() || !have_cjpeg()) GTEST_SKIP() << "libturbojpeg.so.0 or cjpeg not available";
+  const bool djpeg = std::system("command -v djpeg > /dev/null 2>&1") == 0;
+  struct Peer {
+    const char* name;
+    int w, h;
+    bool grey;
+    const char* options;
+  };
+  const Peer peers[] = {
+      {"rw_grey", 45, 31, true, "-grayscale"},
+      {"rw_greyopt", 17, 9, true, "-grayscale -optimize"},
+      {"rw_422", 50, 20, false, "-sample 2x1 -quality 60"},
+      {"rw_420opt", 37, 21, false, "-sample 2x2 -optimize -quality 90"},
+  };
+  for (const Peer& pr : peers) {
+    SCOPED_TRACE(pr.name);
+    const std::string path = peer_file(pr.name, pr.w, pr.h, pr.grey, pr.options);
+    std::vector<uint8_t> original = slurp(path);
+    // A COM segment spliced in after APP0, as other writers place it.
+    const std::string text = "a comment well over thirty-two bytes long";
+    const bool with_comment = pr.grey;
+    if (with_comment) {
+      std::vector<uint8_t> com = {0xFF, 0xFE, 0x00, uint8_t(text.size() + 2)};
+      com.insert(com.end(), text.begin(), text.end());
+      original.insert(original.begin() + 20, com.begin(), com.end());
+      std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(original.data()), long(original.size()));
+    }
+    std::vector<uint8_t> want[3];
+    int pw[3], ph[3], w = 0, h = 0, subsamp = -1;
+    ASSERT_TRUE(tj.decode_planes(original, w, h, subsamp, want, pw, ph));
+    for (const bool buffer : {false, true}) {
+      const uint32_t jpg = VEK_JPEG_image_create();
+      if (buffer) {
+        ASSERT_EQ(VEK_JPEG_buffer_read(jpg, original.data(), uint32_t(original.size())), 0u);
+        if (with_comment) {
+          EXPECT_EQ(std::memcmp(static_cast<Tjpeg*>(VEK_image_get_ptr(jpg, VEK_PTR_JPEG))->comment,
+                                "a comment well over thirty-two b", 32), 0);
+        }
+      } else {
+        VEK_image_set_infilename(jpg, path.c_str());
+        ASSERT_EQ(VEK_JPEG_file_read(jpg), 0u);
+      }
+      const std::string again = vektest::scratch_dir() + pr.name + (buffer ? "_buf.jpg" : "_file.jpg");
+      const std::vector<uint8_t> ours = written(jpg, buffer, again);
+      std::vector<uint8_t> got[3];
+      int gw = 0, gh = 0, gsub = -1;
+      ASSERT_TRUE(tj.decode_planes(ours, gw, gh, gsub, got, pw, ph));
+      EXPECT_EQ(gw, w);
+      EXPECT_EQ(gh, h);
+      EXPECT_EQ(gsub, subsamp);
+      for (int c = 0; c < 3; ++c) EXPECT_TRUE(got[c] == want[c]) << "component " << c;
+      if (djpeg) {
+        EXPECT_TRUE(djpeg_accepts(again));
+      }
+      VEK_image_destroy(jpg);
+    }
+  }
+}
+
+// Our own compressed pictures through both writers, checked by the djpeg program
+// (warnings count as failures) and decoded equally by TurboJPEG.
+TEST(JpegPeer, BothWritersOutputIsAcceptedByDjpeg) {
+  Turbo tj;
+  if (!tj.ok() || std::system("command -v djpeg > /dev/null 2>&1") != 0)
+    GTEST_SKIP() << "libturbojpeg.so.0 or djpeg not available";
+  for (const uint32_t format : {uint32_t(VEK_Y8), uint32_t(VEK_BGR24), uint32_t(VEK_YUV422)}) {
+    const uint32_t src = vektest::make_image(format, 77, 35);
+    vektest::fill_random(src, format);
+    const uint32_t jpg = VEK_JPEG_image_create();
+    ASSERT_EQ(VEK_JPEG_compress(src, jpg), 0u);
+    std::vector<uint8_t> planes[2][3];
+    for (const bool buffer : {false, true}) {
+      const std::string path = vektest::scratch_dir() + "ours_" + std::to_string(format) + (buffer ? "b.jpg" : "f.jpg");
+      const std::vector<uint8_t> bytes = written(jpg, buffer, path);
+      EXPECT_TRUE(djpeg_accepts(path)) << path;
+      int pw[3], ph[3], w = 0, h = 0, subsamp = -1;
+      ASSERT_TRUE(tj.decode_planes(bytes, w, h, subsamp, planes[buffer], pw, ph));
+      EXPECT_EQ(w, 77);
+      EXPECT_EQ(h, 35);
+    }
+    for (int c = 0; c < 3; ++c) EXPECT_TRUE(planes[0][c] == planes[1][c]);
+    VEK_image_destroy(VEK_ALL_IMAGES);
+  }
+}
+
+// An APP1 segment spliced after APP0 of a peer file, and the peer's progressive and
+// restart-interval variants through the buffer reader: refused as described.
+TEST(JpegPeer, RefusedVariantsInTheBufferReader) {
+  if (!have_cjpeg()) GTEST_SKIP() << "cjpeg not available";
+  vektest::ErrorRecorder rec;
+  std::vector<uint8_t> exif = slurp(peer_file("app1", 16, 16, false, ""));
+  ASSERT_GT(exif.size(), 20u);
+  const std::vector<uint8_t> app1 = {0xFF, 0xE1, 0x00, 0x0A, 'E', 'x', 'i', 'f', 0, 0, 0x4D, 0x4D};
+  exif.insert(exif.begin() + 20, app1.begin(), app1.end());
+  const std::string path = vektest::scratch_dir() + "app1.jpg";
+  std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(exif.data()), long(exif.size()));
+  const uint32_t jpg = VEK_JPEG_image_create();
+  EXPECT_EQ(VEK_JPEG_buffer_read(jpg, exif.data(), uint32_t(exif.size())), 0x100700E1u);
+  EXPECT_TRUE(rec.only("VEK_JPEG_buffer_read", 0x100700E1u, "Unrecognised marker detected"));
+  rec.clear();
+  VEK_image_set_infilename(jpg, path.c_str());
+  EXPECT_EQ(VEK_JPEG_file_read(jpg), 0x100700E1u);
+  EXPECT_TRUE(rec.only("VEK_JPEG_file_read", 0x100700E1u, "Unrecognised marker detected"));
+  const std::vector<uint8_t> prog = slurp(peer_file("prog_b", 32, 16, false, "-progressive"));
+  rec.clear();
+  EXPECT_EQ(VEK_JPEG_buffer_read(jpg, prog.data(), uint32_t(prog.size())), 0x100700C2u);
+  EXPECT_TRUE(rec.only("VEK_JPEG_buffer_read", 0x100700C2u, "Unrecognised marker detected"));
+  const std::vector<uint8_t> rst = slurp(peer_file("rst_b", 32, 16, false, "-restart 1B"));
+  rec.clear();
+  EXPECT_EQ(VEK_JPEG_buffer_read(jpg, rst.data(), uint32_t(rst.size())), VEK_ERROR_NOT_SUPPORTED);
+  EXPECT_TRUE(rec.only("VEK_JPEG_buffer_read", VEK_ERROR_NOT_SUPPORTED, "Define Restart Interval not supported"));
+  VEK_image_destroy(jpg);
+}
+
+}  // namespace

@@ -1,0 +1,10 @@
+# File benchmark: executable bench_files, with libtiff as the rival for LZW TIFF.
+if(TARGET bench_files)
+  find_library(TIFF_LIB tiff)
+  find_path(TIFF_INCLUDE tiffio.h PATH_SUFFIXES x86_64-linux-gnu)
+  if(TIFF_LIB AND TIFF_INCLUDE)
+    target_include_directories(bench_files SYSTEM PRIVATE ${TIFF_INCLUDE})
+    target_link_libraries(bench_files PRIVATE ${TIFF_LIB})
+    target_compile_definitions(bench_files PRIVATE VEK_BENCH_LIBTIFF=1)
+  endif()
+endif()
