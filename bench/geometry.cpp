@@ -6,6 +6,7 @@
 // single-threaded, as vek runs.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>

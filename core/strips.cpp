@@ -49,6 +49,9 @@ VEK_API uint32_t VEK_image_malloc_a_strip(uint32_t handle) {
   // An earlier buffer is deliberately not released here: callers free data first,
   // and a buffer attached by hand may not be ours to free.
   rec->data = static_cast<uint8_t*>(buffer);
+  // The buffer is the library's now; an external mark left from an earlier caller
+  // buffer would keep it from ever being freed.
+  rec->flags &= ~VEK_FLAG_EXTERNAL;
   return VEK_OK;
 }
 

@@ -240,3 +240,22 @@ TEST_F(Strips, NLinesAndFileNames) {
 }
 
 }  // namespace
+
+namespace {
+
+// A library buffer allocated after a caller's buffer was attached used to keep the
+// external mark and leak at destruction (LeakSanitizer reports it).
+TEST(StripOwnership, AllocationAfterExternalBufferIsFreed) {
+  VEK_Init();
+  uint8_t mine[64];
+  const uint32_t h = vektest::make_image(VEK_Y8, 8, 8);
+  VEK_image_free_data(h);
+  VEK_image_set_ptr(h, VEK_PTR_DATA, mine);
+  VEK_image_set_flags(h, VEK_FLAG_EXTERNAL, 1);
+  EXPECT_EQ(VEK_image_malloc_a_strip(h), 0u);  // keeps nothing of ours: mine is external
+  EXPECT_NE(VEK_image_get_ptr(h, VEK_PTR_DATA), static_cast<void*>(mine));
+  EXPECT_EQ(VEK_image_get_flags(h, VEK_FLAG_EXTERNAL), 0u);
+  VEK_image_destroy(h);
+}
+
+}  // namespace
