@@ -19,8 +19,8 @@
 #include <vector>
 
 #include "convert/internal.h"
+#include "convert_ref.h"
 #include "core/cpu.h"
-#include "support/recorder.h"
 
 namespace {
 
@@ -28,14 +28,11 @@ using vek::conv::RowKernel;
 using vek::conv::RowParams;
 namespace cpu = vek::cpu;
 
-uint32_t base_mask() {
-  const char *s = std::getenv("VEK_TEST_CPU_MASK");
-  return s ? uint32_t(std::strtoul(s, nullptr, 0)) : 0u;
-}
+using convref::base_cpu_mask;
 
 class CpuMaskEnvironment : public ::testing::Environment {
  public:
-  void SetUp() override { cpu::testing::set_disabled(base_mask()); }
+  void SetUp() override { cpu::testing::set_disabled(base_cpu_mask()); }
   void TearDown() override { cpu::testing::set_disabled(0); }
 };
 [[maybe_unused]] const auto *const kEnv =
@@ -43,18 +40,8 @@ class CpuMaskEnvironment : public ::testing::Environment {
 
 // Restores the program-wide mask when a test that changed it ends.
 struct MaskGuard {
-  ~MaskGuard() { cpu::testing::set_disabled(base_mask()); }
+  ~MaskGuard() { cpu::testing::set_disabled(base_cpu_mask()); }
 };
-
-int clamp(int v) { return std::min(255, std::max(0, v)); }
-int floor_div1024(int v) { return v >= 0 ? v / 1024 : -((-v + 1023) / 1024); }
-
-// YUV to RGB restated: 10-bit coefficients, floor division, clamping.
-void ref_yuv_rgb(int y, int u, int v, int out[3]) {
-  out[0] = clamp(floor_div1024(1024 * y + 1436 * (v - 128)));
-  out[1] = clamp(floor_div1024(1024 * y - 731 * (v - 128) - 352 * (u - 128)));
-  out[2] = clamp(floor_div1024(1024 * y + 1815 * (u - 128)));
-}
 
 struct Pair {
   const char *name;
@@ -177,12 +164,11 @@ TEST(ConvertSimd, YuvToRgbIsExactForEveryInput) {
         }
         k(row.data(), out.data(), 256, RowParams{});
         for (int y = 0; y < 256; ++y) {
-          int c[3];
-          ref_yuv_rgb(y, u, v, c);
-          if (out[3 * y] != c[0] || out[3 * y + 1] != c[1] || out[3 * y + 2] != c[2])
+          const convref::C c = convref::yuv_rgb(y, u, v);
+          if (out[3 * y] != c.r || out[3 * y + 1] != c.g || out[3 * y + 2] != c.b)
             FAIL() << level.name << " Y " << y << " U " << u << " V " << v << ": got "
                    << int(out[3 * y]) << "," << int(out[3 * y + 1]) << "," << int(out[3 * y + 2])
-                   << " want " << c[0] << "," << c[1] << "," << c[2];
+                   << " want " << c.r << "," << c.g << "," << c.b;
         }
       }
     }

@@ -30,6 +30,11 @@ inline void write_file(const std::string& path, const std::vector<uint8_t>& byte
 
 inline std::string scratch(const std::string& name) { return vektest::scratch_dir() + name; }
 
+inline std::string text_of(const std::string& path) {
+  const auto b = read_file(path);
+  return std::string(b.begin(), b.end());
+}
+
 inline bool have_tool(const std::string& tool) {
   return std::system(("command -v " + tool + " >/dev/null 2>&1").c_str()) == 0;
 }
@@ -54,8 +59,10 @@ inline int run(const std::string& cmd, std::string* out = nullptr) {
 inline uint8_t* data(uint32_t h) { return static_cast<uint8_t*>(VEK_image_get_ptr(h, VEK_PTR_DATA)); }
 inline uint32_t param(uint32_t h, uint32_t id) { return VEK_image_get_parameter(h, id); }
 
-// The pixel bytes of every line (padding left out), lines back to back.
-inline std::vector<uint8_t> pixels(uint32_t h, size_t bytes_per_pixel) {
+// The pixel bytes of every line (padding left out), lines back to back; by default
+// the depth gives the bytes a pixel.
+inline std::vector<uint8_t> pixels(uint32_t h, size_t bytes_per_pixel = 0) {
+  if (!bytes_per_pixel) bytes_per_pixel = param(h, VEK_PARAM_DEPTH) / 8;
   const size_t w = param(h, VEK_PARAM_WIDTH), lines = param(h, VEK_PARAM_STRIP_LINES);
   const size_t bpl = param(h, VEK_PARAM_BYTES_PER_LINE);
   std::vector<uint8_t> out;
@@ -83,14 +90,88 @@ inline uint32_t write_image(uint32_t h, uint32_t format, const std::string& path
 
 // Sets a colour map of pseudo-random entries.
 inline void random_cmap(uint32_t h, uint32_t seed) {
-  auto bytes = vektest::random_bytes(1024, seed);
+  const auto bytes = vektest::random_bytes(1024, seed);
   auto* cmap = static_cast<uint8_t*>(VEK_image_get_ptr(h, VEK_PTR_CMAP));
   for (int i = 0; i < 256; ++i) {
-    cmap[4 * i] = bytes[4 * i];
-    cmap[4 * i + 1] = bytes[4 * i + 1];
-    cmap[4 * i + 2] = bytes[4 * i + 2];
+    std::memcpy(cmap + 4 * i, &bytes[4 * i], 3);
     cmap[4 * i + 3] = 0;
   }
+}
+
+inline const uint8_t* cmap_of(uint32_t h) { return static_cast<const uint8_t*>(VEK_image_get_ptr(h, VEK_PTR_CMAP)); }
+
+// The picture as a file stores it, top line first: indices for 8-bit formats, red,
+// green, blue triples for the colour ones. YUV 4:2:2 goes through the fixed-point
+// equations, recomputed here as floors of real quotients.
+inline std::vector<uint8_t> picture(uint32_t h) {
+  const uint32_t f = param(h, VEK_PARAM_FORMAT), w = param(h, VEK_PARAM_WIDTH);
+  const size_t bpl = param(h, VEK_PARAM_BYTES_PER_LINE);
+  auto clamp = [](double v) { return uint8_t(v < 0 ? 0 : v > 255 ? 255 : v); };
+  std::vector<uint8_t> out;
+  for (uint32_t y = 0; y < param(h, VEK_PARAM_HEIGHT); ++y) {
+    const uint8_t* p = data(h) + y * bpl;
+    for (uint32_t x = 0; x < w; ++x) {
+      if (f == VEK_Y8 || f == VEK_PALETTED) out.push_back(p[x]);
+      if (f == VEK_RGB24) out.insert(out.end(), {p[3 * x], p[3 * x + 1], p[3 * x + 2]});
+      if (f == VEK_BGR24) out.insert(out.end(), {p[3 * x + 2], p[3 * x + 1], p[3 * x]});
+      if (f == VEK_BGRX32) out.insert(out.end(), {p[4 * x + 2], p[4 * x + 1], p[4 * x]});
+      if (f == VEK_YUV422) {
+        const uint8_t* q = p + 4 * (x / 2);
+        const double Y = q[(x & 1) * 2], U = q[1] - 128.0, V = q[3] - 128.0;
+        out.insert(out.end(), {clamp(std::floor(Y + 1436 * V / 1024)),
+                               clamp(std::floor(Y - (731 * V + 352 * U) / 1024)),
+                               clamp(std::floor(Y + 1815 * U / 1024))});
+      }
+    }
+  }
+  return out;
+}
+
+// The picture as red, green, blue triples, 8-bit indices looked up in the colour map.
+inline std::vector<uint8_t> seen_rgb(uint32_t h) {
+  std::vector<uint8_t> px = picture(h);
+  const uint32_t f = param(h, VEK_PARAM_FORMAT);
+  if (f != VEK_Y8 && f != VEK_PALETTED) return px;
+  std::vector<uint8_t> rgb;
+  for (uint8_t i : px) rgb.insert(rgb.end(), cmap_of(h) + 4 * i, cmap_of(h) + 4 * i + 3);
+  return rgb;
+}
+
+// `file` with `bytes` laid over it at `at`, then cut to `size` bytes when that is given.
+inline std::vector<uint8_t> patched(std::vector<uint8_t> file, size_t at, const std::vector<uint8_t>& bytes,
+                                    size_t size = 0) {
+  std::copy(bytes.begin(), bytes.end(), file.begin() + long(at));
+  if (size) file.resize(size);
+  return file;
+}
+
+// Reads `bytes` as a file through `reader`: it must fail with one report of `message`
+// under `function` (and `code` when given), and leave no pixel buffer behind unless
+// `keeps_data`.
+inline void expect_refused(uint32_t (*reader)(uint32_t, uint32_t), const char* function,
+                           const std::vector<uint8_t>& bytes, const std::string& message, uint32_t code = 0,
+                           bool keeps_data = false) {
+  const std::string path = scratch("refused.bin");
+  write_file(path, bytes);
+  vektest::ErrorRecorder rec;
+  const uint32_t h = VEK_image_create();
+  VEK_image_set_infilename(h, path.c_str());
+  const uint32_t got = reader(h, VEK_STRIP_NEXT);
+  EXPECT_GT(got, 0xFFFFu) << message;
+  if (code) { EXPECT_EQ(got, code) << message; }
+  EXPECT_EQ(rec.count(), 1u) << message;
+  if (rec.count()) { EXPECT_EQ(rec.last().function + ": " + rec.last().message, function + (": " + message)); }
+  if (!keeps_data) {
+    EXPECT_EQ(VEK_image_get_ptr(h, VEK_PTR_DATA), nullptr) << message;
+  }
+  VEK_image_destroy(h);
+}
+
+// Runs a Python program (for Pillow) from a scratch file; returns its exit status.
+inline int python(const std::string& program, std::string* out = nullptr) {
+  const std::string path = scratch("peer.py");
+  write_file(path, std::vector<uint8_t>(program.begin(), program.end()));
+  return run("/usr/bin/python3 " + path + " 2>&1", out);
 }
 
 inline uint32_t be16(const std::vector<uint8_t>& b, size_t at) { return uint32_t(b[at]) << 8 | b[at + 1]; }

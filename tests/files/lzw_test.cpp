@@ -93,44 +93,31 @@ std::vector<uint8_t> repetitive(size_t n, uint32_t seed) {
 }  // namespace
 
 TEST(Lzw, OneByteIsClearByteEndInFourBytes) {
-  const std::vector<uint8_t> in{0x41};
-  const auto out = encode(in);
   // 256, 0x41, 257 at 9 bits each, packed most significant bit first.
-  EXPECT_EQ(out, (std::vector<uint8_t>{0x80, 0x10, 0x60, 0x20}));
-  EXPECT_EQ(decode(out, 1), in);
+  EXPECT_EQ(encode({0x41}), (std::vector<uint8_t>{0x80, 0x10, 0x60, 0x20}));
+  EXPECT_EQ(decode({0x80, 0x10, 0x60, 0x20}, 1), std::vector<uint8_t>{0x41});
 }
 
-TEST(Lzw, CodeStreamMatchesReferenceAcrossTableResets) {
+TEST(Lzw, CodeStreamMatchesReferenceAndRoundTrips) {
   struct Case {
     std::vector<uint8_t> data;
     const char* what;
   };
-  const std::vector<Case> cases{
+  std::vector<Case> cases{
       {{}, "empty"},
       {std::vector<uint8_t>(5000, 7), "5000 identical bytes"},
       {vektest::random_bytes(100000, 1), "random: several Clear codes"},
       {repetitive(300000, 2), "long runs: strings of thousands of bytes"},
-      {vektest::random_bytes(509, 3), "near the first width change"},
   };
+  // Every table size around the 9/10, 10/11 and 11/12 bit boundaries: the end code
+  // follows the last code at the width the decoder has reached.
+  for (size_t n = 1; n < 6000; n += n < 600 ? 1 : 13) cases.push_back({vektest::random_bytes(n, uint32_t(n)), "n"});
   for (const auto& c : cases) {
     const auto out = encode(c.data);
-    EXPECT_EQ(out, reference_encode(c.data)) << c.what;
-    EXPECT_EQ(decode(out, c.data.size() + 10), c.data) << c.what;
+    ASSERT_EQ(out, reference_encode(c.data)) << c.what << " " << c.data.size();
+    ASSERT_EQ(decode(out, c.data.size() + 10), c.data) << c.what << " " << c.data.size();
   }
-}
-
-TEST(Lzw, EveryLengthAroundWidthChangesRoundTrips) {
-  // The end code follows the last code at the width the decoder has reached, for
-  // every table size around the 9/10, 10/11 and 11/12 bit boundaries.
-  for (size_t n = 1; n < 6000; n += n < 600 ? 1 : 13) {
-    auto in = vektest::random_bytes(n, uint32_t(n));
-    const auto out = encode(in);
-    ASSERT_EQ(out, reference_encode(in)) << n;
-    ASSERT_EQ(decode(out, n), in) << n;
-  }
-}
-
-TEST(Lzw, FeedingLineByLineGivesTheSameStream) {
+  // Fed line by line (the writer's way), the stream is the same.
   const auto in = repetitive(40000, 5);
   EXPECT_EQ(encode(in, 123), encode(in));
   EXPECT_EQ(encode(in, 1), encode(in));
@@ -150,27 +137,24 @@ TEST(Lzw, DecoderStopsAtFullBufferOrEndOfInput) {
   EXPECT_TRUE(std::equal(part.begin(), part.end(), in.begin()));
 }
 
-TEST(Lzw, CodesOutsideTheTableAreRefused) {
+TEST(Lzw, BadCodesAndNullArgumentsAreRefused) {
   vektest::ErrorRecorder rec;
-  // Clear, then code 300 at 9 bits: nothing has been entered under 300.
-  const std::vector<uint8_t> after_clear{0x80, 0x4B, 0x00, 0x00};
-  uint32_t status = 0;
-  decode(after_clear, 100, &status);
-  EXPECT_EQ(status, 0x10050000u);
-  EXPECT_EQ(rec.last().function, "lzw_decode");
-  // Clear, 'A', then code 400 while the next free code is 258.
-  const std::vector<uint8_t> beyond_next{0x80, 0x10, 0x66, 0x40, 0x00};
-  decode(beyond_next, 100, &status);
-  EXPECT_EQ(status, 0x10050000u);
-  // Clear then all ones at 9 bits: the end of a file read as bytes of 0xFF.
-  const std::vector<uint8_t> ones{0x80, 0x7F, 0xC0};
-  decode(ones, 100, &status);
-  EXPECT_EQ(status, 0x100C0000u);
-  EXPECT_EQ(rec.last().message, "Unexpected EOF found");
-}
-
-TEST(Lzw, OpenRefusesNullArguments) {
-  vektest::ErrorRecorder rec;
+  struct Case {
+    std::vector<uint8_t> code;
+    uint32_t status;
+    const char* message;
+  };
+  for (const Case& c : std::vector<Case>{
+           {{0x80, 0x4B, 0x00, 0x00}, 0x10050000, nullptr},           // Clear, then 300: nothing entered there
+           {{0x80, 0x10, 0x66, 0x40, 0x00}, 0x10050000, nullptr},     // Clear, 'A', 400 while next free is 258
+           {{0x80, 0x7F, 0xC0}, 0x100C0000, "Unexpected EOF found"},  // Clear, all ones: a file's end as 0xFF
+       }) {
+    uint32_t status = 0;
+    decode(c.code, 100, &status);
+    EXPECT_EQ(status, c.status);
+    EXPECT_EQ(rec.last().function, "lzw_decode");
+    if (c.message) { EXPECT_EQ(rec.last().message, c.message); }
+  }
   vek::LZWData* s = nullptr;
   uint8_t byte = 0;
   EXPECT_EQ(vek::lzw_open(&s, nullptr, &byte, 0, 0), 0x10040000u);
