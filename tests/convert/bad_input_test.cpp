@@ -11,7 +11,6 @@
 #include "convert_ref.h"
 
 using namespace convref;
-using vektest::ErrorRecorder;
 using vektest::make_image;
 
 namespace {
@@ -47,7 +46,7 @@ const Entry kEntries[] = {
 #undef VEK_E
 
 TEST(ConvertBadInput, ZeroLinesNoDataOddWidthsAndSameFormatOverEveryFrontEnd) {
-  ErrorRecorder rec;
+  Session rec;
   for (const Entry& e : kEntries) {
     SCOPED_TRACE(e.name);
     const uint32_t width = 6;
@@ -67,9 +66,7 @@ TEST(ConvertBadInput, ZeroLinesNoDataOddWidthsAndSameFormatOverEveryFrontEnd) {
     VEK_image_set_parameter(src, VEK_PARAM_STRIP_LINES, 4);
     VEK_image_free_data(src);
     rec.clear();
-    EXPECT_EQ(e.worker(src, dst), VEK_ERROR_NO_IMAGE_DATA);
-    EXPECT_TRUE(rec.only(std::string(e.name) + "_1_strip", VEK_ERROR_NO_IMAGE_DATA, "No image data"))
-        << rec.last().function << ": " << rec.last().message;
+    expect_refused(rec, e.worker(src, dst), VEK_ERROR_NO_IMAGE_DATA, std::string(e.name) + "_1_strip", "No image data");
     // An unknown source handle never gets past the checks.
     EXPECT_GT(e.front(0xFFF0, dst, VEK_STRIP_NEXT), 0xFFFFu);
     EXPECT_GT(e.worker(0xFFF0, dst), 0xFFFFu);
@@ -77,10 +74,8 @@ TEST(ConvertBadInput, ZeroLinesNoDataOddWidthsAndSameFormatOverEveryFrontEnd) {
     if (std::string(e.name).starts_with("VEK_YUV422_to_") || e.target == VEK_YUV422) {
       const uint32_t odd = make_image(e.source, 5, 2);
       rec.clear();
-      EXPECT_EQ(e.front(odd, dst, VEK_STRIP_NEXT), VEK_ERROR_NOT_SUPPORTED);
-      EXPECT_TRUE(rec.only(e.name, VEK_ERROR_NOT_SUPPORTED,
-                           e.target == VEK_YUV422 ? "Only even width YUV422 images are supported"
-                                                  : "YUV422 image must be an even width"));
+      expect_refused(rec, e.front(odd, dst, VEK_STRIP_NEXT), VEK_ERROR_NOT_SUPPORTED, e.name,
+                     e.target == VEK_YUV422 ? "Only even width YUV422 images are supported" : "YUV422 image must be an even width");
       VEK_image_destroy(odd);
     }
     // A source already in the target format is copied whole, even where the worker
@@ -98,12 +93,10 @@ TEST(ConvertBadInput, ZeroLinesNoDataOddWidthsAndSameFormatOverEveryFrontEnd) {
     VEK_image_destroy(src);
     VEK_image_destroy(dst);
   }
-  VEK_image_destroy(VEK_ALL_IMAGES);
-  VEK_image_destroy(VEK_LIBRARY_TABLES);
 }
 
 TEST(ConvertBadInput, RefusedSourcesOfTheYuvPaletteAndCmykFamilies) {
-  ErrorRecorder rec;
+  Session rec;
   struct Refusal {
     Front front;
     const char* name;
@@ -131,49 +124,39 @@ TEST(ConvertBadInput, RefusedSourcesOfTheYuvPaletteAndCmykFamilies) {
       if (same != std::end(kEntries)) continue;  // already in the target format: copied
       const uint32_t src = make_image(f, 4, 2), dst = VEK_image_create();
       rec.clear();
-      EXPECT_EQ(r.front(src, dst, VEK_STRIP_NEXT), VEK_ERROR_NOT_SUPPORTED) << r.name << " " << f;
-      EXPECT_TRUE(rec.only(r.name, VEK_ERROR_NOT_SUPPORTED, r.message)) << r.name << " " << f << ": " << rec.last().message;
+      expect_refused(rec, r.front(src, dst, VEK_STRIP_NEXT), VEK_ERROR_NOT_SUPPORTED, r.name, r.message);
       VEK_image_destroy(src);
       VEK_image_destroy(dst);
     }
-  VEK_image_destroy(VEK_ALL_IMAGES);
 }
 
 TEST(ConvertBadInput, Y16DataWidthsOutOfRange) {
-  ErrorRecorder rec;
+  Session rec;
   const uint32_t y16 = make_image(VEK_Y16, 4, 2), dst = VEK_image_create();
   vektest::fill_random(y16, 3);
   // Widths the validator refuses are "Corrupt image" (Y8 says "Corrupt images"), and
   // Y8 and the X-first 32-bit targets refuse data narrower than a byte.
-  const std::tuple<uint32_t, Front, const char*, const char*> cases[] = {
-      {0, VEK_convert_to_RGB24, "VEK_convert_to_RGB24", "Corrupt image"},
-      {0, VEK_convert_to_Y8, "VEK_convert_to_Y8", "Corrupt images"},
-      {0, VEK_convert_to_YUV422, "VEK_convert_to_YUV422", "Corrupt image"},
-      {17, VEK_convert_to_RGB24, "VEK_convert_to_RGB24", "Corrupt image"},
-      {17, VEK_convert_to_Y8, "VEK_convert_to_Y8", "Corrupt images"},
-      {17, VEK_convert_to_YUV422, "VEK_convert_to_YUV422", "Corrupt image"},
-      {7, VEK_convert_to_Y8, "VEK_convert_to_Y8", "Data width must be > 7 for Y16"},
-      {7, VEK_convert_to_XBGR32, "VEK_convert_to_XBGR32", "Data width must be > 7 for Y16"},
-      {7, VEK_convert_to_XRGB32, "VEK_convert_to_XRGB32", "Data width must be > 7 for Y16"},
-  };
-  for (auto [dw, fn, name, msg] : cases) {
+  const std::tuple<uint32_t, Front, const char*> cases[] = {
+      {0, VEK_convert_to_RGB24, "RGB24"}, {0, VEK_convert_to_Y8, "Y8"},   {0, VEK_convert_to_YUV422, "YUV422"},
+      {17, VEK_convert_to_RGB24, "RGB24"}, {17, VEK_convert_to_Y8, "Y8"}, {17, VEK_convert_to_YUV422, "YUV422"},
+      {7, VEK_convert_to_Y8, "Y8"},        {7, VEK_convert_to_XBGR32, "XBGR32"}, {7, VEK_convert_to_XRGB32, "XRGB32"}};
+  for (auto [dw, fn, target] : cases) {
     VEK_image_set_parameter(y16, VEK_PARAM_DATA_WIDTH, dw);
     rec.clear();
     const uint32_t status = fn(y16, dst, VEK_STRIP_NEXT);
-    EXPECT_GT(status, 0xFFFFu) << name << " " << dw;
-    ASSERT_GE(rec.count(), 1u) << name << " " << dw;
-    EXPECT_EQ(rec.last().function, name);
-    EXPECT_EQ(rec.last().message, msg) << dw;
+    EXPECT_GT(status, 0xFFFFu) << target << " " << dw;
+    ASSERT_GE(rec.count(), 1u) << target << " " << dw;
+    EXPECT_EQ(rec.last().function, std::string("VEK_convert_to_") + target);
+    EXPECT_EQ(rec.last().message, dw == 7 ? "Data width must be > 7 for Y16" : target == std::string("Y8") ? "Corrupt images" : "Corrupt image") << dw;
     EXPECT_EQ(rec.last().code, status);
   }
   // Narrow but valid widths convert in the targets that take them.
   VEK_image_set_parameter(y16, VEK_PARAM_DATA_WIDTH, 4);
   EXPECT_EQ(VEK_convert_to_RGB24(y16, dst, VEK_STRIP_NEXT), 0u);
-  VEK_image_destroy(VEK_ALL_IMAGES);
 }
 
 TEST(ConvertRegression, WorkersRefuseWhatTheyCannotReadOrWrite) {
-  ErrorRecorder rec;
+  Session rec;
   // The histogram worker, called directly on an image of another format, walked its
   // lines as 16-bit words and read past the end of the strip.
   const uint32_t img = make_image(VEK_Y8, 7, 3);
@@ -182,8 +165,7 @@ TEST(ConvertRegression, WorkersRefuseWhatTheyCannotReadOrWrite) {
   for (int f : {VEK_PALETTED, VEK_RGB8, VEK_RGGB32, VEK_BGR24, VEK_RGBX32}) {
     VEK_image_set_parameter(img, VEK_PARAM_FORMAT, f);
     rec.clear();
-    EXPECT_EQ(VEK_cmap_generate_1_strip(img), VEK_ERROR_NOT_SUPPORTED) << f;
-    EXPECT_TRUE(rec.only("VEK_cmap_generate_1_strip", VEK_ERROR_NOT_SUPPORTED, "Unsupported image format"));
+    expect_refused(rec, VEK_cmap_generate_1_strip(img), VEK_ERROR_NOT_SUPPORTED, "VEK_cmap_generate_1_strip", "Unsupported image format");
   }
   // A worker called directly on a destination prepared for another format allocated
   // the strip for that format's pixel size and then wrote its own, wider pixels past it.
@@ -202,12 +184,10 @@ TEST(ConvertRegression, WorkersRefuseWhatTheyCannotReadOrWrite) {
     VEK_image_destroy(src);
     VEK_image_destroy(dst);
   }
-  VEK_image_destroy(VEK_ALL_IMAGES);
-  VEK_image_destroy(VEK_LIBRARY_TABLES);
 }
 
 TEST(ConvertRegression, OutOfMemory) {
-  ErrorRecorder rec;
+  Session rec;
   VEK_image_destroy(VEK_LIBRARY_TABLES);
   const uint32_t img = make_image(VEK_Y16, 2, 1);
   VEK_image_set_parameter(img, VEK_PARAM_DATA_WIDTH, 12);
@@ -220,41 +200,30 @@ TEST(ConvertRegression, OutOfMemory) {
   for (auto [type, msg] : types) {
     FailAllocations fail(0);
     rec.clear();
-    EXPECT_EQ(VEK_image_conv_LUT_load(img, type, file.c_str()), VEK_ERROR_MEMORY);
-    EXPECT_TRUE(rec.only("VEK_image_conv_LUT_load", VEK_ERROR_MEMORY, msg)) << rec.last().message;
-    rec.clear();
+    expect_refused(rec, VEK_image_conv_LUT_load(img, type, file.c_str()), VEK_ERROR_MEMORY, "VEK_image_conv_LUT_load", msg);
     EXPECT_EQ(VEK_image_conv_LUT_generate(img, type), VEK_ERROR_MEMORY);
-    ASSERT_EQ(rec.count(), 1u);
     EXPECT_EQ(rec.last().message, msg);
   }
   // A table-driven YUV conversion that cannot build its table fails before any pixel,
   // and the sequence did not start: the next call converts normally.
   const uint32_t yuv = make_image(VEK_YUV422, 4, 2), out = VEK_image_create();
-  {
-    FailAllocations fail(0);
-    rec.clear();
-    EXPECT_EQ(VEK_YUV422_to_RGB24_LUT(yuv, out, VEK_STRIP_NEXT), VEK_ERROR_MEMORY);
-    EXPECT_TRUE(rec.only("VEK_generate_YUV422_to_RGB16_LUT", VEK_ERROR_MEMORY, "Unable to generate YUV to RGB16 LUT"));
-  }
-  EXPECT_EQ(VEK_YUV422_to_RGB24_LUT(yuv, out, VEK_STRIP_NEXT), 0u);
-  // A failed strip allocation comes back unchanged, reported by the allocator only.
-  {
-    FailAllocations fail(0);
-    rec.clear();
-    EXPECT_EQ(VEK_YUV422_to_RGB24(yuv, out, VEK_STRIP_NEXT) & 0xFFFF0000u, VEK_ERROR_MEMORY);
-    ASSERT_EQ(rec.count(), 1u);
-    EXPECT_EQ(rec.last().function, "VEK_image_malloc_a_strip");
-  }
-  VEK_YUV422_to_RGB24(yuv, out, VEK_STRIP_END);
-  // Histogram generation without memory for its information record.
+  // A failed strip allocation comes back unchanged, reported by the allocator only;
+  // histogram generation fails without memory for its information record.
   const uint32_t rgb = make_image(VEK_RGB24, 2, 1);
   {
     FailAllocations fail(0);
     rec.clear();
-    EXPECT_EQ(VEK_cmap_generate(rgb, 256, VEK_STRIP_NEXT), VEK_ERROR_MEMORY);
-    EXPECT_TRUE(rec.only("VEK_cmap_generate", VEK_ERROR_MEMORY, "Cannot create cmap info structure"));
-    EXPECT_EQ(VEK_cmap_create_info(), nullptr);
+    expect_refused(rec, VEK_YUV422_to_RGB24_LUT(yuv, out, VEK_STRIP_NEXT), VEK_ERROR_MEMORY,
+                   "VEK_generate_YUV422_to_RGB16_LUT", "Unable to generate YUV to RGB16 LUT");
+    EXPECT_EQ(VEK_YUV422_to_RGB24(yuv, out, VEK_STRIP_NEXT) & 0xFFFF0000u, VEK_ERROR_MEMORY);
+    ASSERT_EQ(rec.count(), 1u);
+    EXPECT_EQ(rec.last().function, "VEK_image_malloc_a_strip");
+    rec.clear();
+    expect_refused(rec, VEK_cmap_generate(rgb, 256, VEK_STRIP_NEXT), VEK_ERROR_MEMORY, "VEK_cmap_generate",
+                   "Cannot create cmap info structure");
   }
+  EXPECT_EQ(VEK_YUV422_to_RGB24_LUT(yuv, out, VEK_STRIP_NEXT), 0u);
+  VEK_YUV422_to_RGB24(yuv, out, VEK_STRIP_END);
   EXPECT_EQ(VEK_cmap_generate(rgb, 256, VEK_STRIP_NEXT), 0u);
   // Intensity tables: no record, or no arrays, and no handle is used up.
   VEK_LUT_destroy(VEK_ALL_IMAGES);
@@ -263,9 +232,6 @@ TEST(ConvertRegression, OutOfMemory) {
     EXPECT_EQ(VEK_LUT_create(256, 1) & 0xFFFF0000u, VEK_ERROR_MEMORY);
   }
   EXPECT_EQ(VEK_LUT_create(256, 1), 1u);
-  VEK_LUT_destroy(VEK_ALL_IMAGES);
-  VEK_image_destroy(VEK_ALL_IMAGES);
-  VEK_image_destroy(VEK_LIBRARY_TABLES);
 }
 
 }  // namespace

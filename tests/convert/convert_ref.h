@@ -6,8 +6,8 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -113,26 +113,31 @@ inline void random_map(uint32_t h, uint32_t count, uint32_t seed) {
 }
 
 inline std::vector<uint8_t> read_file(const std::string& name) {
-  std::vector<uint8_t> v;
-  if (FILE* f = std::fopen(name.c_str(), "rb")) {
-    for (int c; (c = std::fgetc(f)) != EOF;) v.push_back(uint8_t(c));
-    std::fclose(f);
-  }
-  return v;
+  std::ifstream f(name, std::ios::binary);
+  return std::vector<uint8_t>(std::istreambuf_iterator<char>(f), {});
 }
 inline std::string write_file(const std::string& name, const std::vector<uint8_t>& bytes) {
-  FILE* f = std::fopen(name.c_str(), "wb");
-  if (!bytes.empty()) std::fwrite(bytes.data(), 1, bytes.size(), f);
-  std::fclose(f);
+  std::ofstream(name, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
   return name;
 }
 
-// CPU features hidden for the whole program (VEK_TEST_CPU_MASK, a number), so the suite
-// can run once on the portable kernels; tests that force a level restore this mask.
-inline uint32_t base_cpu_mask() {
-  const char* s = std::getenv("VEK_TEST_CPU_MASK");
-  return s ? uint32_t(std::strtoul(s, nullptr, 0)) : 0u;
+// `status` is `code`, and since the last check exactly one report came, from `fn` with
+// `msg`; clears the recorder for the next check.
+inline void expect_refused(vektest::ErrorRecorder& rec, uint32_t status, uint32_t code, const std::string& fn,
+                           const std::string& msg) {
+  EXPECT_EQ(status, code) << fn << ": " << msg;
+  EXPECT_TRUE(rec.only(fn, code, msg)) << fn << ": got " << rec.last().function << " / " << rec.last().message;
+  rec.clear();
 }
+
+// Records reports; when the test ends, frees every image, intensity table and library table.
+struct Session : vektest::ErrorRecorder {
+  ~Session() {
+    VEK_image_destroy(VEK_ALL_IMAGES);
+    VEK_LUT_destroy(VEK_ALL_IMAGES);
+    VEK_image_destroy(VEK_LIBRARY_TABLES);
+  }
+};
 
 struct FailAllocations {
   explicit FailAllocations(long after) { vek::testing::fail_allocations_after(after); }

@@ -10,7 +10,6 @@
 #include "convert_ref.h"
 
 using namespace convref;
-using vektest::ErrorRecorder;
 using vektest::make_image;
 
 namespace {
@@ -23,24 +22,18 @@ std::vector<uint8_t> table_pixel(int target, int y, int u, int v) {
 }
 
 TEST(Yuv, EveryTargetDirectAndTableDriven) {
-  ErrorRecorder rec;
+  Session rec;
   struct Case {
     Front fn;
     int target;
     bool table;
     bool pitch;  // steps by line pitch (else lines run back to back)
   };
-  const Case cases[] = {
-      {VEK_YUV422_to_RGB15, VEK_RGB15, false, false},      {VEK_YUV422_to_RGB16, VEK_RGB16, false, false},
-      {VEK_YUV422_to_RGB24, VEK_RGB24, false, false},      {VEK_YUV422_to_BGR24, VEK_BGR24, false, false},
-      {VEK_YUV422_to_RGBX32, VEK_RGBX32, false, false},    {VEK_YUV422_to_BGRX32, VEK_BGRX32, false, true},
-      {VEK_YUV422_to_XBGR32, VEK_XBGR32, false, false},    {VEK_YUV422_to_XRGB32, VEK_XRGB32, false, false},
-      {VEK_YUV422_to_RGB15_LUT, VEK_RGB15, true, false},   {VEK_YUV422_to_RGB16_LUT, VEK_RGB16, true, false},
-      {VEK_YUV422_to_RGB24_LUT, VEK_RGB24, true, false},   {VEK_YUV422_to_BGR24_LUT, VEK_BGR24, true, false},
-      {VEK_YUV422_to_RGBX32_LUT, VEK_RGBX32, true, false}, {VEK_YUV422_to_BGRX32_LUT, VEK_BGRX32, true, false},
-      {VEK_YUV422_to_XBGR32_LUT, VEK_XBGR32, true, false}, {VEK_YUV422_to_XRGB32_LUT, VEK_XRGB32, true, false},
-      {VEK_YUV422_to_Y8, VEK_Y8, false, true},             {VEK_YUV422_to_Y16, VEK_Y16, false, true},
-  };
+#define VEK_C(F, PITCH) {VEK_YUV422_to_##F, VEK_##F, false, PITCH}, {VEK_YUV422_to_##F##_LUT, VEK_##F, true, false}
+  const Case cases[] = {VEK_C(RGB15, false),  VEK_C(RGB16, false),  VEK_C(RGB24, false),  VEK_C(BGR24, false),
+                        VEK_C(RGBX32, false), VEK_C(BGRX32, true),  VEK_C(XBGR32, false), VEK_C(XRGB32, false),
+                        {VEK_YUV422_to_Y8, VEK_Y8, false, true},    {VEK_YUV422_to_Y16, VEK_Y16, false, true}};
+#undef VEK_C
   for (const Case& c : cases) {
     for (uint32_t width : {2u, 6u, 10u}) {
       SCOPED_TRACE("target " + std::to_string(c.target) + (c.table ? " table" : " direct") + " width " +
@@ -73,11 +66,10 @@ TEST(Yuv, EveryTargetDirectAndTableDriven) {
     }
   }
   EXPECT_EQ(rec.count(), 0u);
-  VEK_image_destroy(VEK_LIBRARY_TABLES);
 }
 
 TEST(Yuv, HueSaturationIntensity) {
-  ErrorRecorder rec;
+  Session rec;
   const uint32_t width = 16;
   const uint32_t src = make_image(VEK_YUV422, width, 4), dst = VEK_image_create();
   vektest::fill_random(src, 4);
@@ -108,11 +100,10 @@ TEST(Yuv, HueSaturationIntensity) {
       EXPECT_EQ(out[3], Y);
     }
   EXPECT_EQ(data(dst)[6], 0);  // odd pixel of the Y0 = 0 pair
-  VEK_image_destroy(VEK_ALL_IMAGES);
 }
 
 TEST(Yuv, FromRgbGreyAndPaletted) {
-  ErrorRecorder rec;
+  Session rec;
   for (int f : {VEK_RGB24, VEK_BGR24, VEK_RGBX32, VEK_BGRX32, VEK_XBGR32, VEK_Y8}) {
     for (uint32_t width : {2u, 8u}) {
       const uint32_t src = make_image(f, width, 5, 0, 4), dst = VEK_image_create();
@@ -146,20 +137,14 @@ TEST(Yuv, FromRgbGreyAndPaletted) {
   data(pal)[1] = 7;   // grey 152
   ASSERT_EQ(VEK_convert_to_YUV422(pal, out, VEK_STRIP_NEXT), 0u);
   EXPECT_EQ(ints(data(out), 4), (std::vector<int>{76, (84 + 128) >> 1, 152, (255 + 128) >> 1}));
-  // Worked values: pure red goes to (76, 84, 255) and comes back as (254, 0, 0);
-  // grey 200 stays on the luma axis.
+  // Worked values: pure red goes to (76, 84, 255) and comes back as (254, 0, 0).
   const uint32_t rgb = make_image(VEK_RGB24, 2, 1), back = VEK_image_create();
   std::memcpy(data(rgb), "\xFF\0\0\xFF\0\0", 6);
   ASSERT_EQ(VEK_convert_to_YUV422(rgb, out, VEK_STRIP_NEXT), 0u);
   EXPECT_EQ(ints(data(out), 4), (std::vector<int>{76, 84, 76, 255}));
   ASSERT_EQ(VEK_YUV422_to_RGB24(out, back, VEK_STRIP_NEXT), 0u);
   EXPECT_EQ(ints(data(back), 3), (std::vector<int>{254, 0, 0}));
-  const uint32_t grey = make_image(VEK_Y8, 2, 1);
-  data(grey)[0] = data(grey)[1] = 200;
-  ASSERT_EQ(VEK_convert_to_YUV422(grey, out, VEK_STRIP_NEXT), 0u);
-  EXPECT_EQ(ints(data(out), 4), (std::vector<int>{200, 128, 200, 128}));
   EXPECT_EQ(rec.count(), 0u);
-  VEK_image_destroy(VEK_ALL_IMAGES);
 }
 
 }  // namespace

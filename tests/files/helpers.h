@@ -4,12 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -24,49 +21,60 @@ inline std::vector<uint8_t> read_file(const std::string& path) {
 }
 
 inline void write_file(const std::string& path, const std::vector<uint8_t>& bytes) {
-  std::ofstream out(path, std::ios::binary);
-  out.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+  std::ofstream(path, std::ios::binary)
+      .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
 }
 
 inline std::string scratch(const std::string& name) { return vektest::scratch_dir() + name; }
-
-inline std::string text_of(const std::string& path) {
-  const auto b = read_file(path);
-  return std::string(b.begin(), b.end());
-}
-
-inline bool have_tool(const std::string& tool) {
-  return std::system(("command -v " + tool + " >/dev/null 2>&1").c_str()) == 0;
-}
-
-inline bool have_pillow() {
-  return std::system("/usr/bin/python3 -c 'import PIL' >/dev/null 2>&1") == 0;
-}
+inline std::string text_of(const std::string& p) { const auto b = read_file(p); return {b.begin(), b.end()}; }
+inline bool have_tool(const std::string& t) { return !std::system(("command -v " + t + " >/dev/null 2>&1").c_str()); }
+inline bool have_pillow() { return std::system("/usr/bin/python3 -c 'import PIL' >/dev/null 2>&1") == 0; }
 
 // Runs a shell command; returns its exit status and collects standard output.
 inline int run(const std::string& cmd, std::string* out = nullptr) {
   FILE* p = popen(cmd.c_str(), "r");
   if (!p) return -1;
   std::string text;
-  char buf[4096];
-  size_t n;
-  while ((n = fread(buf, 1, sizeof buf, p)) > 0) text.append(buf, n);
-  const int status = pclose(p);
+  for (int c; (c = std::fgetc(p)) != EOF;) text += char(c);
   if (out) *out = text;
-  return status;
+  return pclose(p);
 }
+
+// Runs a Python program (for Pillow) from a scratch file; returns its exit status.
+inline int python(const std::string& program, std::string* out = nullptr) {
+  write_file(scratch("peer.py"), std::vector<uint8_t>(program.begin(), program.end()));
+  return run("/usr/bin/python3 " + scratch("peer.py") + " 2>&1", out);
+}
+
+// The pixel bytes Pillow decodes from `path` (as RGB when `rgb`), or a failed test.
+inline std::vector<uint8_t> pillow_pixels(const std::string& path, bool rgb) {
+  const std::string raw = scratch("peer.raw");
+  std::string out;
+  EXPECT_EQ(python("from PIL import Image\nim = Image.open('" + path + "')\nopen('" + raw + "','wb').write(" +
+                   (rgb ? "im.convert('RGB')" : "im") + ".tobytes())\n", &out), 0) << out;
+  return read_file(raw);
+}
+
+// Owns an image handle for a scope.
+struct Image {
+  uint32_t h;
+  explicit Image(uint32_t handle) : h(handle) {}
+  ~Image() { if (h) VEK_image_destroy(h); }
+  Image(const Image&) = delete;  // one owner: copies would destroy the handle twice
+  operator uint32_t() const { return h; }
+};
 
 inline uint8_t* data(uint32_t h) { return static_cast<uint8_t*>(VEK_image_get_ptr(h, VEK_PTR_DATA)); }
 inline uint32_t param(uint32_t h, uint32_t id) { return VEK_image_get_parameter(h, id); }
+inline const uint8_t* cmap_of(uint32_t h) { return static_cast<const uint8_t*>(VEK_image_get_ptr(h, VEK_PTR_CMAP)); }
 
-// The pixel bytes of every line (padding left out), lines back to back; by default
-// the depth gives the bytes a pixel.
-inline std::vector<uint8_t> pixels(uint32_t h, size_t bytes_per_pixel = 0) {
-  if (!bytes_per_pixel) bytes_per_pixel = param(h, VEK_PARAM_DEPTH) / 8;
-  const size_t w = param(h, VEK_PARAM_WIDTH), lines = param(h, VEK_PARAM_STRIP_LINES);
+// The pixel bytes of every line of the strip (padding left out), lines back to back.
+inline std::vector<uint8_t> pixels(uint32_t h) {
+  const size_t row = param(h, VEK_PARAM_DEPTH) / 8 * param(h, VEK_PARAM_WIDTH);
   const size_t bpl = param(h, VEK_PARAM_BYTES_PER_LINE);
   std::vector<uint8_t> out;
-  for (size_t y = 0; y < lines; ++y) out.insert(out.end(), data(h) + y * bpl, data(h) + y * bpl + w * bytes_per_pixel);
+  for (size_t y = 0; y < param(h, VEK_PARAM_STRIP_LINES); ++y)
+    out.insert(out.end(), data(h) + y * bpl, data(h) + y * bpl + row);
   return out;
 }
 
@@ -76,11 +84,8 @@ inline uint32_t read_image(const std::string& path) {
   VEK_image_set_infilename(h, path.c_str());
   const uint32_t s = VEK_image_read(h, 0, VEK_STRIP_NEXT);
   EXPECT_EQ(s, 0u) << path;
-  if (s) {
-    VEK_image_destroy(h);
-    return 0;
-  }
-  return h;
+  if (s) VEK_image_destroy(h);
+  return s ? 0 : h;
 }
 
 inline uint32_t write_image(uint32_t h, uint32_t format, const std::string& path) {
@@ -90,15 +95,18 @@ inline uint32_t write_image(uint32_t h, uint32_t format, const std::string& path
 
 // Sets a colour map of pseudo-random entries.
 inline void random_cmap(uint32_t h, uint32_t seed) {
-  const auto bytes = vektest::random_bytes(1024, seed);
-  auto* cmap = static_cast<uint8_t*>(VEK_image_get_ptr(h, VEK_PTR_CMAP));
-  for (int i = 0; i < 256; ++i) {
-    std::memcpy(cmap + 4 * i, &bytes[4 * i], 3);
-    cmap[4 * i + 3] = 0;
-  }
+  auto bytes = vektest::random_bytes(1024, seed);
+  for (int i = 0; i < 256; ++i) bytes[4 * i + 3] = 0;
+  std::memcpy(VEK_image_get_ptr(h, VEK_PTR_CMAP), bytes.data(), 1024);
 }
 
-inline const uint8_t* cmap_of(uint32_t h) { return static_cast<const uint8_t*>(VEK_image_get_ptr(h, VEK_PTR_CMAP)); }
+// An image of pseudo-random pixels (and colour map when paletted).
+inline uint32_t filled(uint32_t format, uint32_t w, uint32_t h, uint32_t seed, uint32_t align = 2) {
+  const uint32_t img = vektest::make_image(format, w, h, 0, align);
+  vektest::fill_random(img, seed);
+  if (format == VEK_PALETTED) random_cmap(img, seed);
+  return img;
+}
 
 // The picture as a file stores it, top line first: indices for 8-bit formats, red,
 // green, blue triples for the colour ones. YUV 4:2:2 goes through the fixed-point
@@ -129,10 +137,8 @@ inline std::vector<uint8_t> picture(uint32_t h) {
 
 // The picture as red, green, blue triples, 8-bit indices looked up in the colour map.
 inline std::vector<uint8_t> seen_rgb(uint32_t h) {
-  std::vector<uint8_t> px = picture(h);
-  const uint32_t f = param(h, VEK_PARAM_FORMAT);
-  if (f != VEK_Y8 && f != VEK_PALETTED) return px;
-  std::vector<uint8_t> rgb;
+  std::vector<uint8_t> px = picture(h), rgb;
+  if (param(h, VEK_PARAM_DEPTH) != 8) return px;
   for (uint8_t i : px) rgb.insert(rgb.end(), cmap_of(h) + 4 * i, cmap_of(h) + 4 * i + 3);
   return rgb;
 }
@@ -145,38 +151,26 @@ inline std::vector<uint8_t> patched(std::vector<uint8_t> file, size_t at, const 
   return file;
 }
 
-// Reads `bytes` as a file through `reader`: it must fail with one report of `message`
-// under `function` (and `code` when given), and leave no pixel buffer behind unless
+// Reads `bytes` as a file through `reader`: it must fail with `code` and one report
+// under `function` (of `message` when given), and leave no pixel buffer behind unless
 // `keeps_data`.
 inline void expect_refused(uint32_t (*reader)(uint32_t, uint32_t), const char* function,
-                           const std::vector<uint8_t>& bytes, const std::string& message, uint32_t code = 0,
+                           const std::vector<uint8_t>& bytes, uint32_t code, const char* message = nullptr,
                            bool keeps_data = false) {
   const std::string path = scratch("refused.bin");
   write_file(path, bytes);
   vektest::ErrorRecorder rec;
-  const uint32_t h = VEK_image_create();
+  Image h(VEK_image_create());
   VEK_image_set_infilename(h, path.c_str());
-  const uint32_t got = reader(h, VEK_STRIP_NEXT);
-  EXPECT_GT(got, 0xFFFFu) << message;
-  if (code) { EXPECT_EQ(got, code) << message; }
-  EXPECT_EQ(rec.count(), 1u) << message;
-  if (rec.count()) { EXPECT_EQ(rec.last().function + ": " + rec.last().message, function + (": " + message)); }
-  if (!keeps_data) {
-    EXPECT_EQ(VEK_image_get_ptr(h, VEK_PTR_DATA), nullptr) << message;
-  }
-  VEK_image_destroy(h);
-}
-
-// Runs a Python program (for Pillow) from a scratch file; returns its exit status.
-inline int python(const std::string& program, std::string* out = nullptr) {
-  const std::string path = scratch("peer.py");
-  write_file(path, std::vector<uint8_t>(program.begin(), program.end()));
-  return run("/usr/bin/python3 " + path + " 2>&1", out);
+  const std::string what = message ? message : "code " + std::to_string(code);
+  EXPECT_EQ(reader(h, VEK_STRIP_NEXT), code) << what;
+  ASSERT_EQ(rec.count(), 1u) << what;
+  EXPECT_EQ(rec.last().function, function) << what;
+  if (message) { EXPECT_EQ(rec.last().message, message); }
+  if (!keeps_data) { EXPECT_EQ(VEK_image_get_ptr(h, VEK_PTR_DATA), nullptr) << what; }
 }
 
 inline uint32_t be16(const std::vector<uint8_t>& b, size_t at) { return uint32_t(b[at]) << 8 | b[at + 1]; }
 inline uint32_t be32(const std::vector<uint8_t>& b, size_t at) { return be16(b, at) << 16 | be16(b, at + 2); }
-inline uint32_t le16(const std::vector<uint8_t>& b, size_t at) { return uint32_t(b[at + 1]) << 8 | b[at]; }
-inline uint32_t le32(const std::vector<uint8_t>& b, size_t at) { return le16(b, at + 2) << 16 | le16(b, at); }
 
 }  // namespace filetest

@@ -27,14 +27,12 @@ struct Turbo {
       sym<decltype(header)>("tjDecompressHeader3");
   int (*planes)(void*, const unsigned char*, unsigned long, unsigned char**, int, int*, int, int) =
       sym<decltype(planes)>("tjDecompressToYUVPlanes");
-  int (*pixels)(void*, const unsigned char*, unsigned long, unsigned char*, int, int, int, int, int) =
-      sym<decltype(pixels)>("tjDecompress2");
   int (*destroy)(void*) = sym<decltype(destroy)>("tjDestroy");
   static constexpr int kAccurateDct = 4096;
   ~Turbo() {
     if (lib) dlclose(lib);
   }
-  bool ok() const { return init && header && planes && pixels && destroy; }
+  bool ok() const { return init && header && planes && destroy; }
 
   // Raw component planes at their own resolution (no upsampling, no colour conversion).
   bool decode_planes(const std::vector<uint8_t>& file, int& w, int& h, int& subsamp, Planes& out, int (&pw)[3]) {
@@ -107,60 +105,21 @@ bool djpeg_accepts(const std::string& path) {
   return std::system(("djpeg -outfile /dev/null " + path + " 2>/dev/null").c_str()) == 0;
 }
 
-TEST(JpegPeer, OurStreamsFromBothWritersDecodeInLibjpegTurbo) {
-  Turbo tj;
-  if (!tj.ok()) GTEST_SKIP() << "libturbojpeg.so.0 not available";
-  const bool djpeg = have("djpeg");
-  for (const uint32_t format : {uint32_t(VEK_BGRX32), uint32_t(VEK_Y8)}) {
-    const uint32_t w = 642, h = 482, bpp = format == VEK_Y8 ? 1 : 4;
-    const uint32_t src = vektest::make_image(format, w, h);
-    const uint32_t pitch = param(src, VEK_PARAM_BYTES_PER_LINE);
-    for (uint32_t y = 0; y < h; ++y)
-      for (uint32_t x = 0; x < w * bpp; ++x) pixels(src)[y * pitch + x] = photo(x / bpp, y, int(x % bpp));
-    const uint32_t jpg = VEK_JPEG_image_create();
-    ASSERT_EQ(VEK_JPEG_compress(src, jpg), 0u);
-    Planes p[2];
-    int pw[3], tw = 0, th = 0, subsamp = -1;
-    for (const bool buffer : {false, true}) {
-      const std::string path = vektest::scratch_dir() + "peer_ours" + (buffer ? "_b.jpg" : ".jpg");
-      ASSERT_TRUE(tj.decode_planes(written(jpg, buffer, path), tw, th, subsamp, p[buffer], pw));
-      EXPECT_EQ(tw << 16 | th, int(w << 16 | h));
-      EXPECT_EQ(subsamp, format == VEK_Y8 ? 3 : 1);
-      if (djpeg) {
-        EXPECT_TRUE(djpeg_accepts(path)) << path;  // warnings count as failures
-      }
-    }
-    for (int c = 0; c < 3; ++c) EXPECT_TRUE(p[0][c] == p[1][c]);
-    const uint32_t ours = VEK_image_create();
-    VEK_image_set_parameter(ours, VEK_PARAM_FORMAT, format == VEK_Y8 ? VEK_Y8 : VEK_YUV422);
-    ASSERT_EQ(VEK_JPEG_decompress(jpg, ours), 0u);
-    const int worst = max_difference(ours, subsamp, p[0], pw);
-    EXPECT_LE(worst, 2);
-
-    // Fidelity to the source, judged on the peer's own RGB or grey decode.
-    std::vector<uint8_t> out(size_t(w) * h * 3);
-    void* d = tj.init();
-    const std::vector<uint8_t> file = jt::slurp(vektest::scratch_dir() + "peer_ours.jpg");
-    tj.pixels(d, file.data(), file.size(), out.data(), int(w), 0, int(h), bpp == 1 ? 6 : 0, Turbo::kAccurateDct);
-    tj.destroy(d);
-    double se = 0;
-    for (uint32_t i = 0; i < w * h * (bpp == 1 ? 1 : 3); ++i) {
-      const uint32_t px = bpp == 1 ? i : i / 3, c = bpp == 1 ? 0 : 2 - i % 3;
-      const double e = double(out[i]) - pixels(src)[px / w * pitch + px % w * bpp + c];
-      se += e * e;
-    }
-    const double psnr = 10 * std::log10(255.0 * 255.0 * w * h * (bpp == 1 ? 1 : 3) / se);
-    std::printf("  peer decode of our %s file: max |diff| to our decode %d, PSNR to source %.2f dB\n",
-                bpp == 1 ? "grey" : "4:2:2", worst, psnr);
-    EXPECT_GT(psnr, 30.0);
-    VEK_image_destroy(VEK_ALL_IMAGES);
-  }
-}
-
-// Writes a photo-like PPM/PGM and runs cjpeg with `options`; returns the file's path.
-std::string peer_file(const std::string& name, int w, int h, bool grey, const std::string& options) {
+// Writes a photo-like picture to `name`.jpg: by cjpeg with `options` from a PPM/PGM, or
+// by our encoder and file writer when there are none; returns the file's path.
+std::string photo_file(const std::string& name, int w, int h, bool grey, const char* options) {
   const std::string in = vektest::scratch_dir() + name + (grey ? ".pgm" : ".ppm");
   const std::string out = vektest::scratch_dir() + name + ".jpg";
+  if (!options) {
+    const uint32_t bpp = grey ? 1 : 4, src = vektest::make_image(grey ? VEK_Y8 : VEK_BGRX32, w, h);
+    const uint32_t pitch = param(src, VEK_PARAM_BYTES_PER_LINE), jpg = VEK_JPEG_image_create();
+    for (uint32_t y = 0; y < uint32_t(h); ++y)
+      for (uint32_t x = 0; x < w * bpp; ++x) pixels(src)[y * pitch + x] = photo(x / bpp, y, int(bpp == 1 ? 0 : 2 - x % bpp));
+    EXPECT_EQ(VEK_JPEG_compress(src, jpg), 0u);
+    written(jpg, false, out);
+    VEK_image_destroy(VEK_ALL_IMAGES);
+    return out;
+  }
   {
     std::ofstream f(in, std::ios::binary);
     f << (grey ? "P5 " : "P6 ") << w << ' ' << h << " 255\n";
@@ -169,26 +128,29 @@ std::string peer_file(const std::string& name, int w, int h, bool grey, const st
       f.put(char(photo(uint32_t(px % w), uint32_t(px / w), grey ? 0 : i % 3)));
     }
   }
-  const std::string cmd = "cjpeg " + options + " -outfile " + out + " " + in;
+  const std::string cmd = std::string("cjpeg ") + options + " -outfile " + out + " " + in;
   EXPECT_EQ(std::system(cmd.c_str()), 0) << cmd;
   return out;
 }
 
-// Peer files decode in vek within 2 levels of the peer (optimised tables, 4:2:0 and odd
-// sizes included); re-emitted by both our writers, the data and tables carried over
-// must decode in the peer to the very same samples (tables spread over several
-// segments, grey streams with only luminance tables, a spliced COM segment).
-TEST(JpegPeer, PeerFilesDecodeInVekAndSurviveOurWriters) {
+// Our files (4:2:2 and grey) decode in the peer, and the peer's files in vek, within 2
+// levels (optimised tables, 4:2:0 and odd sizes included); re-emitted by both our
+// writers, the data and tables carried over must decode in the peer to the very same
+// samples (tables spread over several segments, grey streams with only luminance
+// tables, a spliced COM segment). djpeg counts warnings as failures.
+TEST(JpegPeer, StreamsCrossBetweenVekAndTheLibjpegTurboPeer) {
   Turbo tj;
-  if (!tj.ok() || !have("cjpeg")) GTEST_SKIP() << "libturbojpeg.so.0 or cjpeg not available";
-  const bool djpeg = have("djpeg");
+  if (!tj.ok()) GTEST_SKIP() << "libturbojpeg.so.0 not available";
+  const bool djpeg = have("djpeg"), cjpeg = have("cjpeg");
   struct Peer {
     const char* name;
     int w, h;
     bool grey;
-    const char* options;
+    const char* options;  // null: written by vek
   };
   const Peer peers[] = {
+      {"ours422", 642, 482, false, nullptr},
+      {"oursgrey", 642, 482, true, nullptr},
       {"grey", 641, 479, true, "-grayscale -dct int"},
       {"s422", 642, 482, false, "-sample 2x1 -dct int"},
       {"s420", 642, 482, false, "-sample 2x2 -dct int"},
@@ -198,23 +160,28 @@ TEST(JpegPeer, PeerFilesDecodeInVekAndSurviveOurWriters) {
   };
   const std::string text = "a comment well over thirty-two bytes long";
   for (const Peer& pr : peers) {
+    if (pr.options && !cjpeg) continue;
     SCOPED_TRACE(pr.name);
-    const std::string path = peer_file(pr.name, pr.w, pr.h, pr.grey, pr.options);
+    const std::string path = photo_file(pr.name, pr.w, pr.h, pr.grey, pr.options);
     std::vector<uint8_t> original = jt::slurp(path);
-    if (pr.grey) {  // a COM segment after APP0, as other writers place it
+    if (pr.grey && pr.options) {  // a COM segment after APP0, as other writers place it
       std::vector<uint8_t> com = {0xFF, 0xFE, 0x00, uint8_t(text.size() + 2)};
       com.insert(com.end(), text.begin(), text.end());
       original.insert(original.begin() + 20, com.begin(), com.end());
       jt::spill(path, original);
     }
+    if (djpeg) {
+      EXPECT_TRUE(djpeg_accepts(path));
+    }
     Planes want;
     int pw[3], w = 0, h = 0, subsamp = -1;
     ASSERT_TRUE(tj.decode_planes(original, w, h, subsamp, want, pw));
+    EXPECT_TRUE(pr.options || subsamp == (pr.grey ? 3 : 1)) << subsamp;
     for (const bool buffer : {false, true}) {
       const uint32_t jpg = VEK_JPEG_image_create();
       VEK_image_set_infilename(jpg, path.c_str());
       ASSERT_EQ(buffer ? VEK_JPEG_buffer_read(jpg, original.data(), uint32_t(original.size())) : VEK_JPEG_file_read(jpg), 0u);
-      if (buffer && pr.grey) {
+      if (buffer && pr.grey && pr.options) {
         EXPECT_EQ(std::memcmp(jt::desc(jpg)->comment, text.data(), 32), 0);
       }
       if (!buffer) {
@@ -246,16 +213,13 @@ TEST(JpegPeer, ProgressiveAndRestartFilesAreRefusedByBothReaders) {
   const uint32_t jpg = VEK_JPEG_image_create();
   const std::pair<const char*, uint32_t> variants[] = {{"-progressive", 0x100700C2u}, {"-restart 1B", 0x10070000u}};
   for (const auto& [options, code] : variants) {
-    const std::string path = peer_file("refused", 32, 16, false, options);
+    const std::string path = photo_file("refused", 32, 16, false, options);
     const std::vector<uint8_t> bytes = jt::slurp(path);
-    const std::string message = code == 0x10070000u ? "Define Restart Interval not supported" : "Unrecognised marker detected";
     VEK_image_set_infilename(jpg, path.c_str());
     rec.clear();
     EXPECT_EQ(VEK_JPEG_file_read(jpg), code) << options;
-    EXPECT_TRUE(rec.only("VEK_JPEG_file_read", code, message)) << options;
-    rec.clear();
     EXPECT_EQ(VEK_JPEG_buffer_read(jpg, bytes.data(), uint32_t(bytes.size())), code) << options;
-    EXPECT_TRUE(rec.only("VEK_JPEG_buffer_read", code, message)) << options;
+    EXPECT_EQ(rec.count(), 2u) << options;
   }
   VEK_image_destroy(jpg);
 }

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <map>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -30,35 +31,21 @@ struct Table {
   std::vector<int> bits;  // 16 counts
   std::vector<int> values;
 };
+// Listed by code length in the standard; regenerating them would need the statistics
+// they came from, so they are spelled out, two hex digits a symbol.
 inline std::vector<int> ac_values(bool chroma) {
-  // Listed by code length in the standard; regenerating them here would need the
-  // statistics they came from, so the lists are spelled out.
-  static const int luma[] = {
-      0x01, 0x02, 0x03, 0x00, 0x04, 0x11, 0x05, 0x12, 0x21, 0x31, 0x41, 0x06, 0x13, 0x51, 0x61, 0x07,
-      0x22, 0x71, 0x14, 0x32, 0x81, 0x91, 0xa1, 0x08, 0x23, 0x42, 0xb1, 0xc1, 0x15, 0x52, 0xd1, 0xf0,
-      0x24, 0x33, 0x62, 0x72, 0x82, 0x09, 0x0a, 0x16, 0x17, 0x18, 0x19, 0x1a, 0x25, 0x26, 0x27, 0x28,
-      0x29, 0x2a, 0x34, 0x35, 0x36, 0x37, 0x38, 0x39, 0x3a, 0x43, 0x44, 0x45, 0x46, 0x47, 0x48, 0x49,
-      0x4a, 0x53, 0x54, 0x55, 0x56, 0x57, 0x58, 0x59, 0x5a, 0x63, 0x64, 0x65, 0x66, 0x67, 0x68, 0x69,
-      0x6a, 0x73, 0x74, 0x75, 0x76, 0x77, 0x78, 0x79, 0x7a, 0x83, 0x84, 0x85, 0x86, 0x87, 0x88, 0x89,
-      0x8a, 0x92, 0x93, 0x94, 0x95, 0x96, 0x97, 0x98, 0x99, 0x9a, 0xa2, 0xa3, 0xa4, 0xa5, 0xa6, 0xa7,
-      0xa8, 0xa9, 0xaa, 0xb2, 0xb3, 0xb4, 0xb5, 0xb6, 0xb7, 0xb8, 0xb9, 0xba, 0xc2, 0xc3, 0xc4, 0xc5,
-      0xc6, 0xc7, 0xc8, 0xc9, 0xca, 0xd2, 0xd3, 0xd4, 0xd5, 0xd6, 0xd7, 0xd8, 0xd9, 0xda, 0xe1, 0xe2,
-      0xe3, 0xe4, 0xe5, 0xe6, 0xe7, 0xe8, 0xe9, 0xea, 0xf1, 0xf2, 0xf3, 0xf4, 0xf5, 0xf6, 0xf7, 0xf8,
-      0xf9, 0xfa};
-  static const int chroma_v[] = {
-      0x00, 0x01, 0x02, 0x03, 0x11, 0x04, 0x05, 0x21, 0x31, 0x06, 0x12, 0x41, 0x51, 0x07, 0x61, 0x71,
-      0x13, 0x22, 0x32, 0x81, 0x08, 0x14, 0x42, 0x91, 0xa1, 0xb1, 0xc1, 0x09, 0x23, 0x33, 0x52, 0xf0,
-      0x15, 0x62, 0x72, 0xd1, 0x0a, 0x16, 0x24, 0x34, 0xe1, 0x25, 0xf1, 0x17, 0x18, 0x19, 0x1a, 0x26,
-      0x27, 0x28, 0x29, 0x2a, 0x35, 0x36, 0x37, 0x38, 0x39, 0x3a, 0x43, 0x44, 0x45, 0x46, 0x47, 0x48,
-      0x49, 0x4a, 0x53, 0x54, 0x55, 0x56, 0x57, 0x58, 0x59, 0x5a, 0x63, 0x64, 0x65, 0x66, 0x67, 0x68,
-      0x69, 0x6a, 0x73, 0x74, 0x75, 0x76, 0x77, 0x78, 0x79, 0x7a, 0x82, 0x83, 0x84, 0x85, 0x86, 0x87,
-      0x88, 0x89, 0x8a, 0x92, 0x93, 0x94, 0x95, 0x96, 0x97, 0x98, 0x99, 0x9a, 0xa2, 0xa3, 0xa4, 0xa5,
-      0xa6, 0xa7, 0xa8, 0xa9, 0xaa, 0xb2, 0xb3, 0xb4, 0xb5, 0xb6, 0xb7, 0xb8, 0xb9, 0xba, 0xc2, 0xc3,
-      0xc4, 0xc5, 0xc6, 0xc7, 0xc8, 0xc9, 0xca, 0xd2, 0xd3, 0xd4, 0xd5, 0xd6, 0xd7, 0xd8, 0xd9, 0xda,
-      0xe2, 0xe3, 0xe4, 0xe5, 0xe6, 0xe7, 0xe8, 0xe9, 0xea, 0xf2, 0xf3, 0xf4, 0xf5, 0xf6, 0xf7, 0xf8,
-      0xf9, 0xfa};
-  return chroma ? std::vector<int>(std::begin(chroma_v), std::end(chroma_v))
-                : std::vector<int>(std::begin(luma), std::end(luma));
+  const char* hex = chroma
+      ? "000102031104052131061241510761711322328108144291a1b1c109233352f0156272d10a162434e125f11718191a26"
+        "2728292a35363738393a434445464748494a535455565758595a636465666768696a737475767778797a828384858687"
+        "88898a92939495969798999aa2a3a4a5a6a7a8a9aab2b3b4b5b6b7b8b9bac2c3c4c5c6c7c8c9cad2d3d4d5d6d7d8d9da"
+        "e2e3e4e5e6e7e8e9eaf2f3f4f5f6f7f8f9fa"
+      : "01020300041105122131410613516107227114328191a1082342b1c11552d1f02433627282090a161718191a25262728"
+        "292a3435363738393a434445464748494a535455565758595a636465666768696a737475767778797a83848586878889"
+        "8a92939495969798999aa2a3a4a5a6a7a8a9aab2b3b4b5b6b7b8b9bac2c3c4c5c6c7c8c9cad2d3d4d5d6d7d8d9dae1e2"
+        "e3e4e5e6e7e8e9eaf1f2f3f4f5f6f7f8f9fa";
+  std::vector<int> out;
+  for (const char* c = hex; *c; c += 2) out.push_back(std::stoi(std::string(c, 2), nullptr, 16));
+  return out;
 }
 inline Table standard_table(int t) {
   std::vector<int> dc(12);
@@ -217,6 +204,20 @@ struct Planes {
   std::vector<int> y, u, v;
 };
 
+// Calls f(component, plane stride, x, y) for every block in scan order: grey blocks left
+// to right, or 4:2:2 MCUs of Y1 Y2 U V.
+template <class F>
+void for_each_block(int pw, int ph, bool colour, F f) {
+  for (int by = 0; by < ph; by += 8)
+    for (int bx = 0; bx < pw; bx += colour ? 16 : 8) {
+      f(0, pw, bx, by);
+      if (!colour) continue;
+      f(0, pw, bx + 8, by);
+      f(1, pw / 2, bx / 2, by);
+      f(2, pw / 2, bx / 2, by);
+    }
+}
+
 inline void encode_block(const std::vector<int>& plane, int pw, int bx, int by, int t,
                          const QTables& q, int& pred, const std::map<int, std::pair<uint32_t, int>>& dc,
                          const std::map<int, std::pair<uint32_t, int>>& ac, Bits& out) {
@@ -268,18 +269,10 @@ inline std::vector<uint8_t> encode(const Planes& p, int f) {
   for (int t = 0; t < 4; ++t) codes[t] = codes_of(standard_table(t));
   Bits out;
   int pred[3] = {0, 0, 0};
-  for (int by = 0; by < p.h; by += 8) {
-    if (!p.colour) {
-      for (int bx = 0; bx < p.w; bx += 8) encode_block(p.y, p.w, bx, by, 0, q, pred[0], codes[0], codes[2], out);
-      continue;
-    }
-    for (int bx = 0; bx < p.w; bx += 16) {
-      encode_block(p.y, p.w, bx, by, 0, q, pred[0], codes[0], codes[2], out);
-      encode_block(p.y, p.w, bx + 8, by, 0, q, pred[0], codes[0], codes[2], out);
-      encode_block(p.u, p.w / 2, bx / 2, by, 1, q, pred[1], codes[1], codes[3], out);
-      encode_block(p.v, p.w / 2, bx / 2, by, 1, q, pred[2], codes[1], codes[3], out);
-    }
-  }
+  const std::vector<int>* plane[3] = {&p.y, &p.u, &p.v};
+  for_each_block(p.w, p.h, p.colour, [&](int c, int stride, int bx, int by) {
+    encode_block(*plane[c], stride, bx, by, c > 0, q, pred[c], codes[c > 0], codes[2 + (c > 0)], out);
+  });
   return out.bytes();
 }
 
@@ -354,18 +347,8 @@ inline Planes decode(const std::vector<uint8_t>& data, int pw, int ph, bool colo
     for (int y = 0; y < 8; ++y)
       for (int x = 0; x < 8; ++x) plane[size_t(by + y) * stride + bx + x] = out[8 * y + x];
   };
-  for (int by = 0; by < ph; by += 8) {
-    if (!colour) {
-      for (int bx = 0; bx < pw; bx += 8) block(p.y, pw, bx, by, 0, pred[0]);
-      continue;
-    }
-    for (int bx = 0; bx < pw; bx += 16) {
-      block(p.y, pw, bx, by, 0, pred[0]);
-      block(p.y, pw, bx + 8, by, 0, pred[0]);
-      block(p.u, pw / 2, bx / 2, by, 1, pred[1]);
-      block(p.v, pw / 2, bx / 2, by, 1, pred[2]);
-    }
-  }
+  std::vector<int>* plane[3] = {&p.y, &p.u, &p.v};
+  for_each_block(pw, ph, colour, [&](int c, int stride, int bx, int by) { block(*plane[c], stride, bx, by, c > 0, pred[c]); });
   return p;
 }
 
