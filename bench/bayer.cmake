@@ -1,17 +1,4 @@
-# Bayer benchmark: executable bench_bayer, with OpenCV's imgproc as the rival when it is
-# found (through pkg-config, or directly: the imgproc -dev package ships no .pc file).
+# Bayer benchmark: executable bench_bayer, with OpenCV's imgproc as the rival when found.
 if(TARGET bench_bayer)
-  if(TARGET PkgConfig::OPENCV)
-    target_link_libraries(bench_bayer PRIVATE PkgConfig::OPENCV)
-    target_compile_definitions(bench_bayer PRIVATE VEK_BENCH_OPENCV=1)
-  else()
-    find_path(VEK_OPENCV_INCLUDE opencv2/imgproc.hpp PATH_SUFFIXES opencv4)
-    find_library(VEK_OPENCV_CORE opencv_core)
-    find_library(VEK_OPENCV_IMGPROC opencv_imgproc)
-    if(VEK_OPENCV_INCLUDE AND VEK_OPENCV_CORE AND VEK_OPENCV_IMGPROC)
-      target_include_directories(bench_bayer SYSTEM PRIVATE ${VEK_OPENCV_INCLUDE})
-      target_link_libraries(bench_bayer PRIVATE ${VEK_OPENCV_IMGPROC} ${VEK_OPENCV_CORE})
-      target_compile_definitions(bench_bayer PRIVATE VEK_BENCH_OPENCV=1)
-    endif()
-  endif()
+  vek_bench_use_opencv(bench_bayer)
 endif()

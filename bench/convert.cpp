@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/bench_common.h"
 #include "vek.h"
 
 #ifdef VEK_BENCH_LIBYUV
@@ -63,12 +64,7 @@ struct VekPair {
   uint32_t src = 0, dst = 0;
   bool lut = false;
   VekPair(uint32_t source_format, bool table) : lut(table) {
-    src = VEK_image_create();
-    VEK_image_set_parameter(src, VEK_PARAM_FORMAT, source_format);
-    VEK_image_set_parameter(src, VEK_PARAM_WIDTH, kW);
-    VEK_image_set_parameter(src, VEK_PARAM_HEIGHT, kH);
-    VEK_image_set_parameter(src, VEK_PARAM_STRIP_LINES, kH);
-    VEK_image_malloc_a_strip(src);
+    src = vekbench::whole_image(source_format, kW, kH);
     const auto &f = input(source_format);
     std::memcpy(VEK_image_get_ptr(src, VEK_PTR_DATA), f.data(), f.size());
     dst = VEK_image_create();

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/bench_common.h"
 #include "vek.h"
 
 #ifdef VEK_BENCH_LIBTIFF
@@ -25,12 +26,7 @@ const std::string kDir = "/tmp/vek_bench_files_";
 // A frame that compresses like a photograph more than like noise: smooth ramps with a
 // little grain, so LZW finds strings but not endless runs.
 uint32_t frame(uint32_t format, uint32_t w, uint32_t h) {
-  const uint32_t img = VEK_image_create();
-  VEK_image_set_parameter(img, VEK_PARAM_FORMAT, format);
-  VEK_image_set_parameter(img, VEK_PARAM_WIDTH, w);
-  VEK_image_set_parameter(img, VEK_PARAM_HEIGHT, h);
-  VEK_image_set_parameter(img, VEK_PARAM_STRIP_LINES, h);
-  VEK_image_malloc_a_strip(img);
+  const uint32_t img = vekbench::whole_image(format, w, h);
   auto* p = static_cast<uint8_t*>(VEK_image_get_ptr(img, VEK_PTR_DATA));
   const size_t bpl = VEK_image_get_parameter(img, VEK_PARAM_BYTES_PER_LINE);
   const size_t bpp = format == VEK_RGB24 ? 3 : 1;

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <random>
 
+#include "bench/bench_common.h"
 #include "vek.h"
 
 #ifdef VEK_BENCH_OPENCV
@@ -27,13 +28,7 @@ namespace {
 struct Image {
   uint32_t handle = 0;
   Image(uint32_t format, uint32_t w, uint32_t h) {
-    handle = VEK_image_create();
-    VEK_image_set_parameter(handle, VEK_PARAM_FORMAT, format);
-    VEK_image_set_parameter(handle, VEK_PARAM_WIDTH, w);
-    VEK_image_set_parameter(handle, VEK_PARAM_HEIGHT, h);
-    VEK_image_set_parameter(handle, VEK_PARAM_STRIP_LINES, h);
-    VEK_image_check(handle);
-    VEK_image_malloc_a_strip(handle);
+    handle = vekbench::whole_image(format, w, h);
     auto* p = static_cast<uint8_t*>(VEK_image_get_ptr(handle, VEK_PTR_DATA));
     std::mt19937 rng(w * h);
     const size_t pitch = VEK_image_get_parameter(handle, VEK_PARAM_BYTES_PER_LINE);

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <vector>
 
+#include "bench/bench_common.h"
 #include "vek.h"
 #ifdef VEK_BENCH_TURBOJPEG
 #include <turbojpeg.h>
@@ -22,13 +23,7 @@ uint8_t photo(uint32_t x, uint32_t y, int c) {
 uint8_t* data(uint32_t h) { return static_cast<uint8_t*>(VEK_image_get_ptr(h, VEK_PTR_DATA)); }
 
 uint32_t frame(uint32_t format, uint32_t w, uint32_t h) {
-  const uint32_t img = VEK_image_create();
-  VEK_image_set_parameter(img, VEK_PARAM_FORMAT, format);
-  VEK_image_set_parameter(img, VEK_PARAM_WIDTH, w);
-  VEK_image_set_parameter(img, VEK_PARAM_HEIGHT, h);
-  VEK_image_set_parameter(img, VEK_PARAM_STRIP_LINES, h);
-  VEK_image_check(img);
-  VEK_image_malloc_a_strip(img);
+  const uint32_t img = vekbench::whole_image(format, w, h);
   const uint32_t pitch = VEK_image_get_parameter(img, VEK_PARAM_BYTES_PER_LINE);
   for (uint32_t y = 0; y < h; ++y)
     for (uint32_t x = 0; x < w; ++x) {
