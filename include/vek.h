@@ -694,7 +694,9 @@ VEK_API uint32_t VEK_pad_to_MCU_1_strip(uint32_t src, uint32_t padded);
 VEK_API uint32_t VEK_JPEG_compress_1_strip(uint32_t src, uint32_t dst);
 
 /* -- decoder -- */
-/* Decodes the JPEG image src into the raster image dst (its format picks the layout). */
+/* Decodes the JPEG image src into the raster image dst (its format picks the layout).
+ * 2x2-sampled streams (VEK_YUV411, the camera 4:2:0) get each output line's chroma as a
+ * 3:1 distance-weighted blend of the two nearest chroma lines, not plain line repetition. */
 VEK_API uint32_t VEK_JPEG_decompress(uint32_t src, uint32_t dst);
 /* Decodes src at its MCU-padded size into dst as Y8 or YUV422. */
 VEK_API uint32_t VEK_JPEG_decompress_1_strip(uint32_t src, uint32_t dst);
