@@ -86,7 +86,7 @@ void plane_row(const uint8_t* line, uint8_t* rgb, uint32_t width, int channel, i
 }  // namespace vek::bayer
 
 namespace vek::bayer::detail {
-#if defined(__x86_64__) || defined(__i386__)
+#if VEK_X86
 DemosaicFn avx2_driver(int scheme, int phase, Output output);  // convert/bayer_avx2.cpp
 
 // Asked on every conversion (a cheap load), so that the tests' feature mask takes

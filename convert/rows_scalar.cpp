@@ -367,3 +367,10 @@ RowKernel yuv_kernel(uint16_t target, bool table) {
 }
 
 }  // namespace vek::conv
+
+#if !VEK_X86
+// Without the x86 kernel files every pair runs on its portable kernel alone.
+namespace vek::conv::simd {
+const BlockKernel kAvx2Blocks[kPairCount] = {};
+}  // namespace vek::conv::simd
+#endif

@@ -9,7 +9,7 @@ namespace {
 
 uint32_t detect() {
   uint32_t f = 0;
-#if (defined(__x86_64__) || defined(__i386__)) && (defined(__GNUC__) || defined(__clang__))
+#if VEK_X86 && (defined(__GNUC__) || defined(__clang__))
   __builtin_cpu_init();
   if (__builtin_cpu_supports("sse4.1")) f |= kSse41;
   if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma") && __builtin_cpu_supports("bmi2"))

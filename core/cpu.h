@@ -5,6 +5,17 @@
 
 #include <cstdint>
 
+// 1 where the x86 kernel files (*_sse41.cpp, *_avx2.cpp) are part of the build. A build
+// may force 0 (the VEK_SIMD=OFF option) to get the portable kernels only; the dispatch
+// code then uses the stand-ins that each family defines for its ISA kernels.
+#ifndef VEK_X86
+#if defined(__x86_64__) || defined(_M_X64) || defined(__i386__) || defined(_M_IX86)
+#define VEK_X86 1
+#else
+#define VEK_X86 0
+#endif
+#endif
+
 namespace vek::cpu {
 
 enum Feature : uint32_t {

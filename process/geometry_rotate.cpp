@@ -53,20 +53,25 @@ uint32_t rotate_1_strip(uint32_t input, const ImageRecord& in, uint32_t output, 
   const uint32_t W = in.width, H = in.height;
   if (W == 0 || H == 0) return VEK_OK;
   const ptrdiff_t pitch = in.bytes_per_line;
+  const ptrdiff_t out_pitch = out->bytes_per_line;
   const uint8_t* base = in.data;
   uint8_t* dst = out->data;
-  for (uint32_t r = 0; r < out->height; ++r, dst += out->bytes_per_line) {
-    switch (angle) {
-      case 90:  // out(c, r) = in(r, H - 1 - c): input column r read bottom to top
-        rows::gather(base + (H - 1) * pitch + size_t(r) * bytes, -pitch, dst, H, bytes);
-        break;
-      case 180:  // out(c, r) = in(W - 1 - c, H - 1 - r)
-        rows::mirror(base + (H - 1 - r) * pitch, dst, W, bytes);
-        break;
-      default:  // 270: out(c, r) = in(W - 1 - r, c): input column W-1-r read top down
-        rows::gather(base + size_t(W - 1 - r) * bytes, pitch, dst, H, bytes);
-        break;
-    }
+  if (angle == 180) {
+    for (uint32_t r = 0; r < out->height; ++r, dst += out_pitch)
+      rows::mirror(base + (H - 1 - r) * pitch, dst, W, bytes);  // out(c, r) = in(W-1-c, H-1-r)
+    return VEK_OK;
+  }
+  // Quarter turns: output line r is one input column, so input columns are taken
+  // eight at a time (kLanes output lines written together).
+  constexpr uint32_t kLanes = 8;
+  for (uint32_t col = 0; col < W; col += kLanes) {
+    const uint32_t lanes = W - col < kLanes ? W - col : kLanes;
+    if (angle == 90)  // out(c, r) = in(r, H - 1 - c): input column r read bottom to top
+      rows::gather_block(base + (H - 1) * pitch + size_t(col) * bytes, -pitch, dst + col * out_pitch,
+                         out_pitch, lanes, H, bytes);
+    else  // 270: out(c, r) = in(W - 1 - r, c): input column W-1-r read top down
+      rows::gather_block(base + size_t(col) * bytes, pitch, dst + (W - 1 - col) * out_pitch,
+                         -out_pitch, lanes, H, bytes);
   }
   return VEK_OK;
 }

@@ -118,24 +118,28 @@ uint32_t scale_1_strip(const ImageRecord& in, uint32_t output, const StripSequen
   const size_t row = size_t(st.new_width) * channels;
   if (row > pitch) return report(kWorkerName, VEK_ERROR_INTERNAL, "Output geometry changed");
 
-  // One allocation: the column table of the horizontal pass, then the strip's lines
-  // scaled across.
+  // One allocation: the column table of the horizontal pass, its kernel plan, then the
+  // strip's lines scaled across.
   size_t work_size = 0, cols_size = 0;
-  void* block = checked_size(L, pitch, 1, work_size, SIZE_MAX) &&
+  const size_t plan_size = rows::scale_plan_bytes(st.new_width);
+  void* block = checked_size(L, pitch, 1, work_size, SIZE_MAX - plan_size) &&
                         checked_size(st.new_width, sizeof(rows::ScaleColumn), 1, cols_size,
-                                     SIZE_MAX - work_size)
-                    ? vek::alloc(cols_size + work_size)
+                                     SIZE_MAX - plan_size - work_size)
+                    ? vek::alloc(cols_size + plan_size + work_size)
                     : nullptr;
   if (!block) return report(kWorkerName, VEK_ERROR_MEMORY, "Malloc fail - no memory?");
   auto* cols = static_cast<rows::ScaleColumn*>(block);
-  uint8_t* work = static_cast<uint8_t*>(block) + cols_size;
+  uint8_t* plan = static_cast<uint8_t*>(block) + cols_size;
+  uint8_t* work = plan + plan_size;
   const uint16_t* table = rows::scale_table();
 
   // Horizontal pass: every input line of the strip at the new width.
+  const size_t in_row = size_t(in.width) * channels;
   rows::scale_columns(in.width, st.new_width, st.x_step, channels, cols);
+  rows::scale_plan(in_row, cols, st.new_width, channels, plan);
   for (uint32_t line = 0; line < L; ++line)
-    rows::scale_horizontal(in.data + size_t(line) * in.bytes_per_line, work + line * pitch, cols,
-                           st.new_width, channels, table);
+    rows::scale_horizontal(in.data + size_t(line) * in.bytes_per_line, in_row, work + line * pitch,
+                           cols, st.new_width, channels, table, plan);
 
   // Vertical pass.
   for (uint32_t k = 0; k < n; ++k) {

@@ -1,5 +1,8 @@
 // Bilinear zoom of a region driven by caller-held Q15 coefficient tables, and the
 // setup that fills those tables.
+#include <cstdlib>
+
+#include "core/alloc.h"
 #include "process/geometry_internal.h"
 #include "process/geometry_rows.h"
 
@@ -101,15 +104,42 @@ uint32_t zoom_1_strip(uint32_t input, const ImageRecord& in, uint32_t output, co
   // Source lines and columns that run past the strip or the line (tables made for
   // another geometry, the lower neighbour of the last line) read the last one.
   const uint32_t last_line = lines - 1, last_column = in.width - 1;
+  // Each source line serves several output lines as upper or lower neighbour, so its
+  // pass across is kept for as long as it is needed: two cached lines, tagged with the
+  // source line they hold. Without memory for them every output line is done in one.
+  const size_t samples = size_t(out_w) * channels;
+  size_t cache_size = 0;
+  auto* cache = checked_size(samples, 2 * sizeof(uint32_t), 1, cache_size)
+                    ? static_cast<uint32_t*>(vek::alloc(cache_size))
+                    : nullptr;
+  uint32_t* held[2] = {cache, cache ? cache + samples : nullptr};
+  uint32_t tag[2] = {UINT32_MAX, UINT32_MAX};
+  auto across = [&](uint32_t line, uint32_t keep) -> const uint32_t* {
+    for (int k = 0; k < 2; ++k)
+      if (tag[k] == line) return held[k];
+    const int k = tag[0] == keep ? 1 : 0;  // replace the line not also wanted now
+    rows::zoom_across(in.data + size_t(line) * in.bytes_per_line, held[k], out_w, region[0],
+                      last_column, xt.first, xt.second, xt.advance, channels, wide);
+    tag[k] = line;
+    return held[k];
+  };
   uint32_t upper = region[1];
   for (uint32_t j = 0; j < out_h; ++j) {
     if (j > 0 && yt.advance[j - 1] == 1 && upper <= last_line) ++upper;
     const uint32_t u = upper > last_line ? last_line : upper;
     const uint32_t l = u >= last_line ? last_line : u + 1;
+    if (cache) {
+      const uint32_t* top = across(u, l);
+      const uint32_t* bottom = across(l, u);
+      rows::zoom_down(top, bottom, out->data + size_t(j) * out->bytes_per_line, samples,
+                      yt.first[j], yt.second[j], wide);
+      continue;
+    }
     rows::zoom(in.data + size_t(u) * in.bytes_per_line, in.data + size_t(l) * in.bytes_per_line,
                out->data + size_t(j) * out->bytes_per_line, out_w, region[0], last_column,
                xt.first, xt.second, xt.advance, yt.first[j], yt.second[j], channels, wide);
   }
+  std::free(cache);
   return VEK_OK;
 }
 
