@@ -115,7 +115,10 @@ inline void encode_block(const Kernels& kern, int32_t* block, const Component& c
   // A local copy keeps the writer in registers: through the reference, every byte it
   // stores could change it.
   BitWriter bw = shared;
-  const uint64_t natural = kern.fdct_quant(block, *comp.q);
+  // Sizes and magnitude bits come from the block kernel, several lanes at a time; the
+  // loop below only looks up codes.
+  alignas(32) uint32_t sized[64];
+  const uint64_t natural = kern.fdct_quant_sized(block, sized, *comp.q);
   const int32_t diff = block[0] - predictor;
   predictor = block[0];
   {
@@ -138,12 +141,10 @@ inline void encode_block(const Kernels& kern, int32_t* block, const Component& c
       bw.put(ac[0xF0].code, ac[0xF0].length);
       run -= 16;
     }
-    const int32_t v = block[kZigzag[k]];
-    const int32_t sign = v >> 31;  // v is nonzero here
-    const int size = 32 - std::countl_zero(uint32_t((v ^ sign) - sign));
-    const uint32_t bits = uint32_t(v + sign) & ((1u << size) - 1u);  // v - 1 when negative
+    const uint32_t s = sized[kZigzag[k]];
+    const int size = int(s >> 16);
     const CodeEntry& e = ac[run * 16 + size];
-    bw.put((e.code << size) | bits, e.length + size);
+    bw.put((e.code << size) | (s & 0xFFFFu), e.length + size);
   }
   if (last != 63) bw.put(ac[0x00].code, ac[0x00].length);
   shared = bw;
@@ -309,7 +310,7 @@ VEK_API uint32_t VEK_JPEG_compress_1_strip(uint32_t src, uint32_t dst) {
     size_t rows_pitch = pitch;
     if (band) {
       for (int r = 0; r < 8; ++r)
-        bgr_to_yuv422_scalar(rows + r * pitch, band + r * band_pitch, s->width / 2, 3);
+        kern.bgr_to_yuv422(rows + r * pitch, band + r * band_pitch, s->width / 2);
       rows = band;
       rows_pitch = band_pitch;
     }

@@ -1,6 +1,8 @@
 // Portable block and row kernels of the JPEG codec and the choice of kernel set.
 #include "jpeg/kernels.h"
 
+#include <bit>
+
 #include "core/cpu.h"
 #include "jpeg/dct.h"
 
@@ -35,6 +37,17 @@ uint64_t fdct_quant_scalar(int32_t* block, const QuantNat& q) {
   return mask;
 }
 
+uint64_t fdct_quant_sized_scalar(int32_t* block, uint32_t* sized, const QuantNat& q) {
+  const uint64_t mask = fdct_quant_scalar(block, q);
+  for (int n = 0; n < 64; ++n) {
+    const int32_t v = block[n];
+    const uint32_t size = uint32_t(std::bit_width(uint32_t(v < 0 ? -v : v)));
+    const uint32_t bits = uint32_t(v < 0 ? v - 1 : v) & ((uint32_t(1) << size) - 1u);
+    sized[n] = size << 16 | bits;
+  }
+  return mask;
+}
+
 void idct_scalar(const int32_t* coef, uint8_t* out, size_t stride) { inverse_dct(coef, out, int(stride)); }
 
 void load_mcu422_scalar(const uint8_t* p, size_t pitch, int32_t (*blocks)[64]) {
@@ -62,15 +75,16 @@ void load_mcu_bgrx_scalar(const uint8_t* p, size_t pitch, int32_t (*blocks)[64])
 }
 
 void bgrx_to_yuv422_scalar(const uint8_t* s, uint8_t* d, size_t pairs) { bgr_to_yuv422_scalar(s, d, pairs, 4); }
+void bgr24_to_yuv422_scalar(const uint8_t* s, uint8_t* d, size_t pairs) { bgr_to_yuv422_scalar(s, d, pairs, 3); }
 
-const Kernels kScalar = {fdct_quant_scalar, idct_scalar, load_mcu422_scalar, load_mcu_bgrx_scalar,
-                         bgrx_to_yuv422_scalar};
+const Kernels kScalar = {fdct_quant_scalar,    fdct_quant_sized_scalar, idct_scalar,           load_mcu422_scalar,
+                         load_mcu_bgrx_scalar, bgrx_to_yuv422_scalar,   bgr24_to_yuv422_scalar};
 
 }  // namespace
 
 const Kernels& scalar_kernels() { return kScalar; }
 
-#if !(defined(__x86_64__) || defined(_M_X64) || defined(__i386__) || defined(_M_IX86))
+#if !VEK_X86
 // The build leaves jpeg/kernels_avx2.cpp out on other processors.
 const Kernels* avx2_kernels() { return nullptr; }
 #endif

@@ -18,6 +18,10 @@ struct Kernels {
   // Forward DCT and quantisation of one natural-order block of level-shifted samples,
   // in place; returns the mask of nonzero results (bit n = natural index n).
   uint64_t (*fdct_quant)(int32_t* block, const QuantNat& q);
+  // The same, and for every natural index n also sized[n] = size << 16 | bits, the
+  // magnitude category of the result and its low `size` bits (value - 1 when negative),
+  // as the entropy coder writes them; 0 for a zero result.
+  uint64_t (*fdct_quant_sized)(int32_t* block, uint32_t* sized, const QuantNat& q);
   // Inverse DCT of a dequantised natural-order block into 8 rows of bytes.
   void (*idct)(const int32_t* coef, uint8_t* out, size_t stride);
   // The four blocks Y1 Y2 U V of one 16x8 MCU of Y0 U Y1 V data, level-shifted.
@@ -28,6 +32,8 @@ struct Kernels {
   // B, G, R, X pixels to Y0 U Y1 V pairs (chroma the pair's average); `pairs` pixel
   // pairs are converted.
   void (*bgrx_to_yuv422)(const uint8_t* src, uint8_t* dst, size_t pairs);
+  // The same for B, G, R pixels (3 bytes each).
+  void (*bgr_to_yuv422)(const uint8_t* src, uint8_t* dst, size_t pairs);
 };
 
 // The bytes of a block whose only nonzero coefficient is the dequantised DC: every

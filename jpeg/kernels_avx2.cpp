@@ -78,7 +78,11 @@ inline void fdct8(__m256i* v) {
   v[1] = _mm256_srai_epi32(add(add(o7, y1), y4), kOddRight);
 }
 
-uint64_t fdct_quant_avx2(int32_t* block, const QuantNat& q) {
+// kSized: also the coder's size << 16 | bits of every result. A result's magnitude is
+// below 2^16 (a 32-bit product shifted right by 16), so its conversion to float is exact
+// and the exponent field gives the bit width: (exponent bits >> 23) - 126 for nonzero.
+template <bool kSized>
+inline uint64_t fdct_quant_impl(int32_t* block, uint32_t* sized, const QuantNat& q) {
   __m256i r[8];
   for (int i = 0; i < 8; ++i) r[i] = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(block + 8 * i));
   // Rows: transpose so that each vector holds one sample position of all eight rows.
@@ -98,10 +102,25 @@ uint64_t fdct_quant_avx2(int32_t* block, const QuantNat& q) {
     const __m256i dead = _mm256_cmpgt_epi32(step, a);
     const __m256i v = _mm256_andnot_si256(dead, _mm256_sign_epi32(m, c));
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(block + 8 * u), v);
-    const unsigned zeros = unsigned(_mm256_movemask_ps(_mm256_castsi256_ps(_mm256_cmpeq_epi32(v, zero))));
+    const __m256i is_zero = _mm256_cmpeq_epi32(v, zero);
+    const unsigned zeros = unsigned(_mm256_movemask_ps(_mm256_castsi256_ps(is_zero)));
     mask |= uint64_t(~zeros & 0xFFu) << (8 * u);
+    if constexpr (kSized) {
+      const __m256i mag = _mm256_andnot_si256(dead, m);
+      const __m256i exp = _mm256_srli_epi32(_mm256_castps_si256(_mm256_cvtepi32_ps(mag)), 23);
+      const __m256i size = _mm256_andnot_si256(is_zero, sub(exp, _mm256_set1_epi32(126)));
+      const __m256i low = sub(_mm256_sllv_epi32(_mm256_set1_epi32(1), size), _mm256_set1_epi32(1));
+      const __m256i bits = _mm256_and_si256(add(v, _mm256_srai_epi32(v, 31)), low);
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(sized + 8 * u),
+                          _mm256_or_si256(_mm256_slli_epi32(size, 16), bits));
+    }
   }
   return mask;
+}
+
+uint64_t fdct_quant_avx2(int32_t* block, const QuantNat& q) { return fdct_quant_impl<false>(block, nullptr, q); }
+uint64_t fdct_quant_sized_avx2(int32_t* block, uint32_t* sized, const QuantNat& q) {
+  return fdct_quant_impl<true>(block, sized, q);
 }
 
 // Eight inverse 8-point transforms, wrap-around arithmetic as in the portable code.
@@ -238,7 +257,30 @@ void bgrx_to_yuv422_avx2(const uint8_t* s, uint8_t* d, size_t pairs) {
   if (i < pairs) bgr_to_yuv422_scalar(s, d, pairs - i, 4);
 }
 
-const Kernels kAvx2 = {fdct_quant_avx2, idct_avx2, load_mcu422_avx2, load_mcu_bgrx_avx2, bgrx_to_yuv422_avx2};
+// Four pairs of B, G, R pixels spread to B, G, R, 0 and converted as above. The two
+// 16-byte loads read 28 bytes, so the vector loop stops while 5 pairs (30 bytes) remain.
+void bgr24_to_yuv422_avx2(const uint8_t* s, uint8_t* d, size_t pairs) {
+  const __m256i c128 = _mm256_set1_epi32(128);
+  const __m256i gather = _mm256_setr_epi32(0, 2, 4, 6, 1, 3, 5, 7);
+  const __m256i spread = _mm256_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1,
+                                          0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1);
+  size_t i = 0;
+  for (; i + 5 <= pairs; i += 4, s += 24, d += 16) {
+    const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s));
+    const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 12));
+    const __m256i px = _mm256_shuffle_epi8(_mm256_inserti128_si256(_mm256_castsi128_si256(lo), hi, 1), spread);
+    const Bgrx8 c = bgrx8(px);
+    const __m256i u = add(c.u, c128), w = add(c.v, c128);
+    __m256i out = _mm256_or_si256(c.y, _mm256_srli_epi64(c.y, 16));
+    out = _mm256_or_si256(out, _mm256_or_si256(_mm256_slli_epi32(u, 8), _mm256_slli_epi32(w, 24)));
+    out = _mm256_permutevar8x32_epi32(out, gather);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(out));
+  }
+  if (i < pairs) bgr_to_yuv422_scalar(s, d, pairs - i, 3);
+}
+
+const Kernels kAvx2 = {fdct_quant_avx2,    fdct_quant_sized_avx2, idct_avx2,          load_mcu422_avx2,
+                       load_mcu_bgrx_avx2, bgrx_to_yuv422_avx2,   bgr24_to_yuv422_avx2};
 
 }  // namespace
 

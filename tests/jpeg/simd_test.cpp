@@ -77,19 +77,32 @@ TEST(JpegKernels, ForwardTransformAndQuantisationMatchTheReferenceOnEverySet) {
     std::copy(src.begin(), src.end(), expect);
     ref::fdct(expect);
     for (const QuantNat& q : tables) {
-      alignas(32) int32_t a[64], b[64];
+      alignas(32) int32_t a[64], b[64], c2[64], d[64];
+      alignas(32) uint32_t sized[64], sized_fast[64];
       std::memcpy(a, src.data(), sizeof a);
       std::memcpy(b, src.data(), sizeof b);
+      std::memcpy(c2, src.data(), sizeof c2);
+      std::memcpy(d, src.data(), sizeof d);
       const uint64_t mask = vek::jpeg::scalar_kernels().fdct_quant(a, q);
+      ASSERT_EQ(vek::jpeg::scalar_kernels().fdct_quant_sized(c2, sized, q), mask);
+      ASSERT_EQ(0, std::memcmp(a, c2, sizeof a));
       for (int n = 0; n < 64; ++n) {
         const int64_t c = expect[n], m = c < 0 ? -c : c;
         const int64_t v = m < q.step[n] ? 0 : int64_t((uint64_t(m) * q.reciprocal[n]) >> 16);
         ASSERT_EQ(a[n], c < 0 ? -v : v) << "coefficient " << n << " step " << q.step[n];
         ASSERT_EQ((mask >> n) & 1, uint64_t(v != 0)) << "mask bit " << n;
+        // Category: the smallest s with |v| < 2^s; bits: v, or v + 2^s - 1 when negative.
+        uint32_t size = 0;
+        while ((int64_t(1) << size) <= v) ++size;
+        const int64_t bits = c < 0 ? (int64_t(1) << size) - 1 - v : v;
+        ASSERT_EQ(sized[n], size << 16 | uint32_t(bits)) << "sized " << n << " value " << a[n];
       }
       if (fast) {
         ASSERT_EQ(fast->fdct_quant(b, q), mask);
         ASSERT_EQ(0, std::memcmp(a, b, sizeof a));
+        ASSERT_EQ(fast->fdct_quant_sized(d, sized_fast, q), mask);
+        ASSERT_EQ(0, std::memcmp(a, d, sizeof a));
+        ASSERT_EQ(0, std::memcmp(sized, sized_fast, sizeof sized));
       }
     }
   }
@@ -179,6 +192,12 @@ TEST(JpegKernels, Avx2RowKernelsEqualPortable) {
       scalar.bgrx_to_yuv422(px.data(), da.data(), pairs);
       fast->bgrx_to_yuv422(px.data(), db.data(), pairs);
       ASSERT_EQ(da, db) << "pairs " << pairs;
+      // Packed B, G, R input, exactly pairs * 6 bytes so that any overread shows under ASan.
+      const std::vector<uint8_t> bgr(px.begin(), px.begin() + pairs * 6);
+      std::vector<uint8_t> ea(pairs * 4 + 8, 0x5A), eb(ea);
+      scalar.bgr_to_yuv422(bgr.data(), ea.data(), pairs);
+      fast->bgr_to_yuv422(bgr.data(), eb.data(), pairs);
+      ASSERT_EQ(ea, eb) << "B, G, R pairs " << pairs;
     }
   }
 }
