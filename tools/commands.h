@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "vek.h"
+
 int cmd_demo(int argc, char** argv);
 int cmd_info(int argc, char** argv);
 int cmd_convert(int argc, char** argv);
@@ -16,6 +18,22 @@ void print_image(const char* label, uint32_t handle);
 std::string format_name(uint32_t code);
 // Pixel-format code of a name (case-insensitive), or 0.
 uint32_t format_code(const std::string& name);
+
+// Runs `op(in, out)` from `*handle` into a fresh image that then replaces it; on
+// failure the new image is dropped and `*handle` is left as it was.
+template <class Op>
+uint32_t replace_with_result(uint32_t* handle, Op op) {
+  const uint32_t out = VEK_image_create();
+  if (VEK_IS_ERROR(out)) return out;
+  const uint32_t status = op(*handle, out);
+  if (VEK_IS_ERROR(status)) {
+    VEK_image_destroy(out);
+    return status;
+  }
+  VEK_image_destroy(*handle);
+  *handle = out;
+  return VEK_OK;
+}
 
 // Reads a whole picture from any supported file (JPEG files are decoded).
 uint32_t load_picture(const std::string& path, uint32_t* handle);

@@ -30,21 +30,6 @@ int fail(const char* what, uint32_t status) {
   return 1;
 }
 
-// Runs one geometric operation from `*h` into a new image that replaces it.
-template <class Op>
-uint32_t apply(uint32_t* h, Op op) {
-  const uint32_t out = VEK_image_create();
-  if (VEK_IS_ERROR(out)) return out;
-  const uint32_t status = op(*h, out);
-  if (VEK_IS_ERROR(status)) {
-    VEK_image_destroy(out);
-    return status;
-  }
-  VEK_image_destroy(*h);
-  *h = out;
-  return VEK_OK;
-}
-
 }  // namespace
 
 int cmd_info(int argc, char** argv) {
@@ -130,19 +115,19 @@ int cmd_convert(int argc, char** argv) {
     } else if (opt == "--crop") {
       if (!parse_numbers(value.c_str(), n, 4)) return fail("parsing --crop X,Y,W,H", VEK_ERROR_BAD_PARAMETER);
       uint32_t region[4] = {n[0], n[1], n[2], n[3]};
-      status = apply(&h, [&](uint32_t a, uint32_t b) { return VEK_IP_Crop_Image(a, b, region); });
+      status = replace_with_result(&h, [&](uint32_t a, uint32_t b) { return VEK_IP_Crop_Image(a, b, region); });
     } else if (opt == "--rotate") {
       const uint32_t angle = static_cast<uint32_t>(std::strtoul(value.c_str(), nullptr, 10));
-      status = apply(&h, [&](uint32_t a, uint32_t b) { return VEK_IP_rotate_image(a, b, angle); });
+      status = replace_with_result(&h, [&](uint32_t a, uint32_t b) { return VEK_IP_rotate_image(a, b, angle); });
     } else if (opt == "--mirror") {
-      status = apply(&h, [](uint32_t a, uint32_t b) { return VEK_IP_mirror_image(a, b, VEK_STRIP_NEXT); });
+      status = replace_with_result(&h, [](uint32_t a, uint32_t b) { return VEK_IP_mirror_image(a, b, VEK_STRIP_NEXT); });
     } else if (opt == "--scale") {
       if (!parse_numbers(value.c_str(), n, 2)) return fail("parsing --scale W,H", VEK_ERROR_BAD_PARAMETER);
-      status = apply(&h, [&](uint32_t a, uint32_t b) { return VEK_IP_scale(a, b, n[0], n[1], VEK_STRIP_NEXT); });
+      status = replace_with_result(&h, [&](uint32_t a, uint32_t b) { return VEK_IP_scale(a, b, n[0], n[1], VEK_STRIP_NEXT); });
     } else if (opt == "--subsample" || opt == "--bin") {
       const uint32_t f = static_cast<uint32_t>(std::strtoul(value.c_str(), nullptr, 10));
       const bool bin = opt == "--bin";
-      status = apply(&h, [&](uint32_t a, uint32_t b) {
+      status = replace_with_result(&h, [&](uint32_t a, uint32_t b) {
         return bin ? VEK_IP_Subsample_by_Binning(a, b, f) : VEK_IP_Subsample(a, b, f);
       });
     }
@@ -188,7 +173,7 @@ int cmd_demosaic(int argc, char** argv) {
     std::fprintf(stderr, "vek: a mosaic is an 8-bit grey picture (got %s)\n", format_name(fmt).c_str());
     return 1;
   }
-  status = apply(&h, [&](uint32_t a, uint32_t b) {
+  status = replace_with_result(&h, [&](uint32_t a, uint32_t b) {
     return VEK_IP_Bayer_Convert_to_BGRX32(a, b, scheme, nullptr, 0, phase);
   });
   if (VEK_IS_ERROR(status)) return fail("demosaicing", status);

@@ -67,17 +67,10 @@ uint32_t file_kind_for(const std::string& path, const std::string& to) {
 // Converts `h` in place (by handle swap) to `format` when it differs.
 uint32_t convert_picture(uint32_t* h, uint32_t format) {
   if (VEK_image_get_parameter(*h, VEK_PARAM_FORMAT) == format) return VEK_OK;
-  const uint32_t dst = VEK_image_create();
-  if (VEK_IS_ERROR(dst)) return dst;
-  uint32_t status = format == VEK_CMYK32 ? VEK_convert_to_CMYK32(*h, dst, VEK_STRIP_NEXT)
-                                         : VEK_image_convert(*h, dst, format, 0, VEK_STRIP_NEXT);
-  if (VEK_IS_ERROR(status)) {
-    VEK_image_destroy(dst);
-    return status;
-  }
-  VEK_image_destroy(*h);
-  *h = dst;
-  return VEK_OK;
+  return replace_with_result(h, [format](uint32_t src, uint32_t dst) {
+    return format == VEK_CMYK32 ? VEK_convert_to_CMYK32(src, dst, VEK_STRIP_NEXT)
+                                : VEK_image_convert(src, dst, format, 0, VEK_STRIP_NEXT);
+  });
 }
 
 uint32_t save_picture(uint32_t* h, const std::string& path, uint32_t kind, bool lzw, uint32_t quality) {
